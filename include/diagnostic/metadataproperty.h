@@ -1,0 +1,70 @@
+#pragma once
+
+#include <diagnostic/reportcontentproperties.h>
+#include <diagnostic/reportuuid.h>
+#include <os/export.h>
+#include <os/keyvaluestore.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace KELP::Diagnostic {
+
+/**
+ * A typed handle for one key of a report's metadata store: turns a value into the stored text and
+ * back, and reads, writes and removes that key in a store handed to it.
+ *
+ * Seven kinds of value exist: ReportUuid, `long` (64-bit), `int` (32-bit), `bool`, `std::string`,
+ * `std::vector<std::string>` and `std::vector<DiagnosticReportContentProperties>`. Their stored
+ * texts are described in docs/on-disk-format.md.
+ *
+ * One rule holds for reading: a text that is present and valid for the kind gives its value; in
+ * every other case the property's default is returned, which is empty when there is none. Nothing
+ * here fails for a bad text. The two list kinds log one line at error priority when a text is no
+ * JSON array: "Failed to parse json data: %s, error: %s" with the text and the reader's own words.
+ *
+ * An object never changes after its construction and may be used from any thread; the store that is
+ * handed to it has its own rule.
+ */
+template <typename T>
+class MetadataProperty {
+ public:
+  /**
+   * @param key          the key; copied.
+   * @param defaultValue what a missing or unreadable text is read as; empty for none.
+   */
+  MetadataProperty(const char* key, std::optional<T> defaultValue);
+
+  /** A copy of the key. */
+  [[nodiscard]] std::string getKey() const;
+
+  /** The stored text of @p value. */
+  [[nodiscard]] static std::string serialize(T value);
+
+  /** The value of the stored text @p text, or the default. */
+  [[nodiscard]] std::optional<T> unserialize(std::optional<std::string> text) const;
+
+  /** Writes @p value under the key. @return what the store returned. */
+  bool set(T value, OS::KeyValueStore& store) const;
+
+  /** Reads the key. @return its value, or the default. */
+  [[nodiscard]] std::optional<T> get(OS::KeyValueStore& store) const;
+
+  /** Removes the key. @return what the store returned. */
+  bool remove(OS::KeyValueStore& store) const;
+
+ private:
+  std::string key_;
+  std::optional<T> default_;
+};
+
+extern template class KELP_EXPORT MetadataProperty<ReportUuid>;
+extern template class KELP_EXPORT MetadataProperty<long>;
+extern template class KELP_EXPORT MetadataProperty<int>;
+extern template class KELP_EXPORT MetadataProperty<bool>;
+extern template class KELP_EXPORT MetadataProperty<std::string>;
+extern template class KELP_EXPORT MetadataProperty<std::vector<std::string>>;
+extern template class KELP_EXPORT MetadataProperty<std::vector<DiagnosticReportContentProperties>>;
+
+}  // namespace KELP::Diagnostic

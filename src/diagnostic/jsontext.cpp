@@ -1,0 +1,47 @@
+#include "diagnostic/jsontext.h"
+
+#include "os/log.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <exception>
+#include <memory>
+
+namespace KELP::Diagnostic {
+namespace {
+
+/** Parses @p text into @p root. @return what is wrong with it; empty when it was parsed. */
+std::optional<std::string> parse(const std::string& text, Json::Value& root) try {
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  std::string errors;
+  // The terminating NUL is handed over too: the reader takes it for the end of its input.
+  const char* const begin = text.c_str();
+  if (!reader->parse(begin, begin + text.size() + 1, &root, &errors)) {
+    return errors;
+  }
+  return std::nullopt;
+} catch (const std::exception& tooDeep) {  // The reader throws when values are nested too deeply.
+  return tooDeep.what();
+}
+
+}  // namespace
+
+std::string writeJson(const Json::Value& array) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, array);
+}
+
+std::optional<Json::Value> readJsonArray(const std::string& text) {
+  Json::Value root;
+  const std::optional<std::string> errors = parse(text, root);
+  if (errors || !root.isArray()) {
+    OS::logError("Failed to parse json data: %s, error: %s", text.c_str(),
+                 errors ? errors->c_str() : "");
+    return std::nullopt;
+  }
+  return root;
+}
+
+}  // namespace KELP::Diagnostic

@@ -1,0 +1,80 @@
+#include "diagnostic/failure.h"
+
+#include <diagnostic/diagnosticreport.h>
+#include <utils/pathcontainment.h>
+
+#include <utility>
+
+namespace KELP::Diagnostic {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path contentFileDir(const std::string& propertyName) {
+  return fs::path(DiagnosticReport::kReportContentFilesDirectoryName) / propertyName;
+}
+
+fs::path fileVariationDir(const std::string& propertyName, int level) {
+  return contentFileDir(propertyName) / std::to_string(level);
+}
+
+}  // namespace
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportDirPath() const {
+  if (id_.isNull()) {
+    return fail("Unable to get report path for report with null UUID");
+  }
+  char name[ReportUuid::kTextBufferSize];
+  id_.unparseLower(name);
+  return root_ / name;
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportRelativePath(fs::path relative) const {
+  PathResult directory = _getReportDirPath();
+  if (!directory) {
+    return passOn(
+        std::move(directory).error(),
+        "Unable to prepare relative report path for report with unknown report directory");
+  }
+  fs::path candidate = *directory / relative;
+  if (!Utils::VerifyFilePathIsWithinRequiredDirectory(candidate.native(), directory->native(),
+                                                      false, true)) {
+    return fail(noCode(), "Path is not within report directory",
+                "Path: %s, is not within report directory: %s", candidate.c_str(),
+                directory->c_str());
+  }
+  return candidate;
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportLockPath() const {
+  return _getReportRelativePath(kReportLockFilename);
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportMetadataPath() const {
+  return _getReportRelativePath(kReportMetadataFilename);
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportTmpDirPath() const {
+  return _getReportRelativePath(kReportTmpDirectoryName);
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportContentFilesDirPath() const {
+  return _getReportRelativePath(kReportContentFilesDirectoryName);
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportContentFileDirPath(
+    std::string propertyName) const {
+  return _getReportRelativePath(contentFileDir(propertyName));
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportFileVariationDirPath(
+    std::string propertyName, int level) const {
+  return _getReportRelativePath(fileVariationDir(propertyName, level));
+}
+
+DiagnosticReport::PathResult DiagnosticReport::_getReportFileVariationFilePath(
+    std::string propertyName, int level, std::string fileName) const {
+  return _getReportRelativePath(fileVariationDir(propertyName, level) / fileName);
+}
+
+}  // namespace KELP::Diagnostic
