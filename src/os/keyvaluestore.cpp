@@ -13,9 +13,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <new>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 // The form of the file and the protocol between its users: docs/on-disk-format.md.
@@ -29,24 +29,17 @@ using Value = std::optional<std::string_view>;
 
 /** How long a change waits for other writers. */
 constexpr std::chrono::seconds kPatience{5};
-constexpr std::uint64_t kMaxFileSize = std::uint64_t{256} << 20;
 /** Up to this size a file is not worth compacting. */
 constexpr std::uint64_t kCompactionSize = std::uint64_t{64} << 10;
 /** A larger file is compacted when it is more than this many times its live records. */
 constexpr std::uint64_t kCompactionRatio = 4;
-
-/** Lets the map be asked for a view without making a string of it. */
-struct KeyHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
-};
 
 std::uint64_t sizeOf(const struct stat& status) {
   return static_cast<std::uint64_t>(status.st_size);
 }
 
 bool mayBeStore(const struct stat& status) {
-  return S_ISREG(status.st_mode) && sizeOf(status) <= kMaxFileSize;
+  return S_ISREG(status.st_mode) && sizeOf(status) <= StoreFormat::kMaxFileSize;
 }
 
 }  // namespace
@@ -94,7 +87,8 @@ class KeyValueStore::Impl {
 
   /** Makes one change under the file's lock. */
   bool change(std::string_view key, Value value) {
-    if (has(KVStoreOpenOption::ReadOnly) || StoreFormat::encodedSize(key, value) > kMaxFileSize) {
+    if (has(KVStoreOpenOption::ReadOnly) ||
+        StoreFormat::encodedSize(key, value) > StoreFormat::kMaxFileSize) {
       return false;
     }
     const auto deadline = Clock::now() + kPatience;
@@ -130,7 +124,7 @@ class KeyValueStore::Impl {
   bool sync() { return refresh() && makeDurable(file_); }
 
  private:
-  using Records = std::unordered_map<std::string, std::string, KeyHash, std::equal_to<>>;
+  using Records = std::map<std::string, std::string, std::less<>>;
 
   [[nodiscard]] bool has(KVStoreOpenOption option) const { return options_.test(option); }
 
@@ -241,7 +235,7 @@ class KeyValueStore::Impl {
   bool append(const FileDescriptor& file, std::string_view key, Value value) {
     buffer_.assign(end_ == 0 ? StoreFormat::kMagic : std::string_view());
     StoreFormat::encode(key, value, buffer_);
-    if (end_ + buffer_.size() > kMaxFileSize) {
+    if (end_ + buffer_.size() > StoreFormat::kMaxFileSize) {
       return false;
     }
     if (!writeAt(file.get(), end_, buffer_)) {

@@ -54,7 +54,8 @@ std::optional<Header> decodeHeader(std::string_view bytes) {
       checksum(bytes.substr(0, kCheckedHeaderSize)) != readField(bytes, 3)) {
     return std::nullopt;
   }
-  return Header{readField(bytes, 0), readField(bytes, 1), readField(bytes, 2)};
+  const Header header{readField(bytes, 0), readField(bytes, 1), readField(bytes, 2)};
+  return header.recordSize() <= kMaxFileSize ? std::optional(header) : std::nullopt;
 }
 
 /** What is left of @p bytes without the zeros at their end. */

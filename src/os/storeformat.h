@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@ inline constexpr std::string_view kMagic = "KELPKV1\n";
 /** Bytes of a record before its key. */
 inline constexpr std::size_t kHeaderSize = 16;
 
+/** No file is larger, and so no record. */
+inline constexpr std::uint64_t kMaxFileSize = std::uint64_t{256} << 20;
+
 /** A change of one key. The views point into the bytes that it was read from. */
 struct Record {
   std::string_view key;
@@ -24,7 +28,8 @@ struct Record {
 /** Bytes of the record of this change. */
 [[nodiscard]] std::size_t encodedSize(std::string_view key, std::optional<std::string_view> value);
 
-/** Appends the record of this change to @p out. Both lengths must be below 2^32 - 1. */
+/** Appends the record of this change to @p out. Its size must be at most
+ *  kMaxFileSize. */
 void encode(std::string_view key, std::optional<std::string_view> value, std::string& out);
 
 /** The record that @p bytes begin with; empty unless it is there whole and unharmed. */

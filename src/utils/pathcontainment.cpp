@@ -2,7 +2,11 @@
 
 #include <utils/pathcontainment.h>
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 namespace KELP::Utils {
@@ -15,6 +19,15 @@ fs::path resolve(const fs::path& path, bool requireExisting, std::error_code& er
   return requireExisting ? fs::canonical(path, error) : fs::weakly_canonical(path, error);
 }
 
+/** Whether @p path is the text of @p directory, one separator and one name. */
+bool namesEntryOf(std::string_view directory, std::string_view path) {
+  if (directory.ends_with('/') || !path.starts_with(directory)) {
+    return false;
+  }
+  const std::string_view rest = path.substr(directory.size());
+  return rest.size() > 1 && rest.rfind('/') == 0 && rest != "/." && rest != "/..";
+}
+
 /**
  * Whether resolving @p directory is sure to work, found out by one look instead of one for each of
  * its components. False says nothing.
@@ -22,11 +35,11 @@ fs::path resolve(const fs::path& path, bool requireExisting, std::error_code& er
  * When the whole path can be looked up, or all but a missing end of it, then so can each of its
  * beginnings, which is all that resolving does. A relative path also needs the working directory.
  */
-bool surelyResolves(const fs::path& directory, bool requireExisting) {
-  std::error_code error;
-  const fs::file_type type = fs::status(directory, error).type();
-  return directory.is_absolute() && fs::status_known(fs::file_status(type)) &&
-         (!requireExisting || type != fs::file_type::not_found);
+bool surelyResolves(const std::string& directory, bool requireExisting) {
+  struct stat status {};
+  return directory.starts_with('/') &&
+         (::stat(directory.c_str(), &status) == 0 ||
+          (!requireExisting && (errno == ENOENT || errno == ENOTDIR)));
 }
 
 }  // namespace
@@ -34,6 +47,11 @@ bool surelyResolves(const fs::path& directory, bool requireExisting) {
 bool VerifyFilePathIsWithinRequiredDirectory(const std::string& path,
                                              const std::string& requiredDir, bool requireExisting,
                                              bool allowNested) {
+  // The usual question, about a file directly in the directory: both sides resolve to the same.
+  if (namesEntryOf(requiredDir, path) && surelyResolves(requiredDir, requireExisting)) {
+    return true;
+  }
+
   fs::path file(path);
   if (file.filename().empty()) {
     file = file.parent_path();
@@ -45,11 +63,6 @@ bool VerifyFilePathIsWithinRequiredDirectory(const std::string& path,
   if (file == parent) {
     return false;
   }
-  // The usual question, about a file directly in the directory: both resolve to the same.
-  if (parent.native() == requiredDir && surelyResolves(parent, requireExisting)) {
-    return true;
-  }
-
   std::error_code error;
   fs::path found = resolve(parent, requireExisting, error);
   if (error) {
