@@ -72,12 +72,10 @@ class KeyValueStore::Impl {
   /** Reads what was changed since the last look. False when there is no sound store. */
   bool refresh() {
     struct stat now {};
-    // A file that was replaced or removed has lost a link.
-    if (file_ && ::fstat(file_.get(), &now) == 0 && now.st_nlink == loaded_.st_nlink &&
-        (sizeOf(now) == end_ || (sizeOf(now) > end_ && mayBeStore(now) && readOn(file_, now)))) {
-      return true;
-    }
-    return load(openFile(path_, O_RDONLY));
+    const bool current =
+        file_ && ::fstat(file_.get(), &now) == 0 && hasItsLinks(now) &&
+        (sizeOf(now) == end_ || (sizeOf(now) > end_ && mayBeStore(now) && readOn(file_, now)));
+    return current || load(openFile(path_, O_RDONLY));
   }
 
   [[nodiscard]] Value find(std::string_view key) const {
@@ -90,6 +88,9 @@ class KeyValueStore::Impl {
     if (has(KVStoreOpenOption::ReadOnly) ||
         StoreFormat::encodedSize(key, value) > StoreFormat::kMaxFileSize) {
       return false;
+    }
+    if (!file_ && !refresh()) {
+      return false;  // Without having opened for writing what is to stay as it is.
     }
     const auto deadline = Clock::now() + kPatience;
     do {
@@ -127,6 +128,12 @@ class KeyValueStore::Impl {
   using Records = std::map<std::string, std::string, std::less<>>;
 
   [[nodiscard]] bool has(KVStoreOpenOption option) const { return options_.test(option); }
+
+  /** Whether the file that was loaded, whose status is @p now, is still where it was: one that was
+   *  replaced or removed has lost a link, perhaps even before it was loaded. */
+  [[nodiscard]] bool hasItsLinks(const struct stat& now) const {
+    return now.st_nlink != 0 && now.st_nlink == loaded_.st_nlink;
+  }
 
   /** Whether the path still names the open file, whose status goes to @p opened. */
   [[nodiscard]] bool pathNames(const FileDescriptor& file, struct stat& opened) const {
