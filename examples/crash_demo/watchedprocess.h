@@ -1,0 +1,63 @@
+#pragma once
+
+#include "crashnotice.h"
+#include "program.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CrashDemo {
+
+/**
+ * A program that is watched for a crash.
+ *
+ * Life cycle:
+ *  1. The constructor starts it.
+ *  2. waitForCrash() returns when it has crashed. It then holds still, and all that the kernel
+ * knows of it can be read.
+ *  3. letGo() lets it die, and tells how it did.
+ *
+ * The kernel's tools for watching a process from outside (ptrace) are closed in many containers,
+ * and a process that has ended has no memory map any more. So the program itself holds still, in
+ * its signal handler, until its watcher has seen enough.
+ */
+class WatchedProcess {
+ public:
+  explicit WatchedProcess(const std::filesystem::path& program);
+
+  [[nodiscard]] pid_t pid() const { return program_.pid(); }
+
+  /** @return what the process says of its crash; empty when it ended without one. */
+  [[nodiscard]] std::optional<CrashNotice> waitForCrash();
+
+  /** The name of the process. */
+  [[nodiscard]] std::string name() const;
+
+  /** The libraries in its memory map: every file that is mapped as code, but for the program. */
+  [[nodiscard]] std::vector<std::string> loadedLibraries() const;
+
+  /** @return the status of its end, as `waitpid` gives it. */
+  int letGo();
+
+ private:
+  /** A socket to the program. Its end is closed here as soon as it has it, so that the watcher sees
+   *  when the program is gone. */
+  struct Connection {
+    Connection();
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    int watcherEnd = -1;
+    int programEnd = -1;
+  };
+
+  [[nodiscard]] std::filesystem::path proc(const char* name) const;
+
+  Connection connection_;
+  Program program_;
+};
+
+}  // namespace CrashDemo
