@@ -1,0 +1,134 @@
+#include "barecalls.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace KELP::Bench::BareCalls {
+namespace {
+
+/** Above this size a store of a few keys writes its file anew. */
+constexpr off_t kCompactionSize = off_t{64} << 10;
+
+void closeFile(int descriptor) {
+  checked(::close(descriptor), "close");
+}
+
+/** Calls @p visit with the name of each entry of @p directory that is not hidden. */
+template <typename Visit>
+void forEachEntry(const std::string& directory, Visit visit) {
+  DIR* const entries = ::opendir(directory.c_str());
+  checked(entries == nullptr ? -1 : 0, "opendir");
+  while (const dirent* const entry = ::readdir(entries)) {
+    if (entry->d_name[0] != '.') {
+      visit(entry->d_name);
+    }
+  }
+  checked(::closedir(entries), "closedir");
+}
+
+void syncDirectory(const std::string& path) {
+  const int directory = openFile(path, O_RDONLY | O_DIRECTORY);
+  checked(::fsync(directory), "fsync");
+  closeFile(directory);
+}
+
+void openReportFiles(const std::string& lockPath, const std::string& storePath,
+                     std::string& buffer) {
+  const int lock = openFile(lockPath, O_RDWR);
+  checked(::flock(lock, LOCK_SH | LOCK_NB), "flock");
+  checked(::flock(lock, LOCK_UN), "flock");
+  const int store = openFile(storePath, O_RDONLY);
+  checked(::read(store, buffer.data(), buffer.size()), "read");
+  closeFile(store);
+  closeFile(lock);
+}
+
+}  // namespace
+
+int checked(long result, const char* name) {
+  if (result < 0) {
+    throw std::system_error(errno, std::system_category(), name);
+  }
+  return static_cast<int>(result);
+}
+
+int openFile(const std::string& path, int flags) {
+  return checked(::open(path.c_str(), flags | O_CLOEXEC, 0644), "open");
+}
+
+Report::Report(const std::filesystem::path& reportDirectory)
+    : directory(reportDirectory.string()),
+      lock((reportDirectory / "lock").string()),
+      store((reportDirectory / "metadata.db").string()) {}
+
+void append(const std::string& file, const std::string& record) {
+  const int descriptor = openFile(file, O_RDWR);
+  checked(::flock(descriptor, LOCK_EX | LOCK_NB), "flock");
+  struct stat opened {};
+  checked(::fstat(descriptor, &opened), "fstat");
+  struct stat named {};
+  checked(::stat(file.c_str(), &named), "stat");
+  off_t end = opened.st_size;
+  if (end > kCompactionSize) {
+    checked(::ftruncate(descriptor, 0), "ftruncate");
+    end = 0;
+  }
+  checked(::pwrite(descriptor, record.data(), record.size(), end), "pwrite");
+  closeFile(descriptor);
+}
+
+void createReport(const Report& report, const std::vector<std::string>& records, Durable durable) {
+  checked(::mkdir(report.directory.c_str(), 0777), "mkdir");
+  const int lock = openFile(report.lock, O_RDWR | O_CREAT | O_EXCL);
+  checked(::flock(lock, LOCK_EX), "flock");
+  const int store = openFile(report.store, O_RDWR | O_CREAT);
+  for (const std::string& record : records) {
+    append(report.store, record);
+  }
+  if (durable == Durable::Yes) {
+    checked(::fsync(store), "fsync");
+    syncDirectory(report.directory);
+  }
+  closeFile(store);
+  closeFile(lock);
+}
+
+void openReport(const Report& report, std::string& buffer) {
+  openReportFiles(report.lock, report.store, buffer);
+}
+
+std::size_t openAllReports(const std::string& root, std::string& buffer) {
+  std::size_t count = 0;
+  std::string lock;
+  std::string store;
+  forEachEntry(root, [&](const char* name) {
+    lock.assign(root).append("/").append(name).append("/lock");
+    store.assign(root).append("/").append(name).append("/metadata.db");
+    openReportFiles(lock, store, buffer);
+    ++count;
+  });
+  return count;
+}
+
+void removeReport(const Report& report) {
+  forEachEntry(report.directory, [](const char*) {});
+  checked(::unlink(report.lock.c_str()), "unlink");
+  checked(::unlink(report.store.c_str()), "unlink");
+  checked(::rmdir(report.directory.c_str()), "rmdir");
+}
+
+void openStore(const std::string& file, std::string& buffer) {
+  const int descriptor = openFile(file, O_RDONLY);
+  struct stat opened {};
+  checked(::fstat(descriptor, &opened), "fstat");
+  checked(::read(descriptor, buffer.data(), buffer.size()), "read");
+  closeFile(descriptor);
+}
+
+}  // namespace KELP::Bench::BareCalls

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/**
+ * The system calls that the library's operations cannot do without, and nothing else: what the
+ * library's times are measured against. All paths are made beforehand. Every call is checked, and a
+ * failure ends the program.
+ */
+namespace KELP::Bench::BareCalls {
+
+/** The result of the system call @p name; throws when it is an error. */
+int checked(long result, const char* name);
+
+/** Opens with O_CLOEXEC. */
+[[nodiscard]] int openFile(const std::string& path, int flags);
+
+/** The paths of one report. */
+struct Report {
+  explicit Report(const std::filesystem::path& reportDirectory);
+
+  std::string directory;
+  std::string lock;
+  std::string store;
+};
+
+/**
+ * Appends one record as a store must: open, flock, fstat, stat, pwrite at the end, close. Where the
+ * file has passed the size at which a store writes its file anew, it is cut to nothing instead, so
+ * that both files grow alike.
+ */
+void append(const std::string& file, const std::string& record);
+
+/** Whether a new report's store and its directory are made durable at the end, as is done when the
+ *  report is let go. */
+enum class Durable { No, Yes };
+
+/** Creates a report: mkdir, two files, flock, and one append() for each of @p records. */
+void createReport(const Report& report, const std::vector<std::string>& records, Durable durable);
+
+/** Opens a report and closes it: both files, a shared lock and its release, one read of the store
+ *  into @p buffer. */
+void openReport(const Report& report, std::string& buffer);
+
+/** Opens, as openReport() does, all reports of @p root. @return how many there are. */
+std::size_t openAllReports(const std::string& root, std::string& buffer);
+
+/** Reads the report's directory, unlinks both files and removes it. */
+void removeReport(const Report& report);
+
+/** Opens a store's file and closes it: open, fstat, read into @p buffer, close. */
+void openStore(const std::string& file, std::string& buffer);
+
+}  // namespace KELP::Bench::BareCalls

@@ -1,0 +1,139 @@
+#!/usr/bin/env python3
+"""Turns the JSON of report_benchmark into tables: each operation beside its bare system calls, with
+the highest ratio that is accepted on tmpfs, and beside the same work done by SQLite.
+
+usage: ratios.py RESULT.json...
+
+All times are medians over the repetitions of one run. The bars are for processor time on tmpfs, where
+nothing waits: what else the machine does hardly disturbs it. Elapsed time, with what an operation
+waits for on a disk, stands beside it, and tells something only about a machine without other work.
+The exit status tells only whether all rows are there; times are for people to judge.
+"""
+
+import json
+import statistics
+import sys
+
+# Operation, row, row of the bare calls, highest ratio that is accepted.
+BESIDE_BARE_CALLS = [
+    ("store: set, 10 bytes", "store_set/library/10", "store_set/bare/10", 1.5),
+    ("store: set, 1024 bytes", "store_set/library/1024", "store_set/bare/1024", 1.5),
+    ("store: get", "store_get/library", "store_get/bare", 3),
+    ("store: open and close", "store_open/library", "store_open/bare", None),
+    ("report: create", "create/library", "create/bare", 2),
+    ("report: create, durable calls", "create/library", "create/bare_durable", None),
+    ("report: open", "open/library", "open/bare", 3),
+    ("report: setter", "report_setter/library", "report_setter/bare", None),
+    ("report: getter", "report_getter/library", "store_get/bare", None),
+    ("report: delete", "delete/library", "delete/bare", None),
+    ("list 100", "list/library/100", "list/bare/100", None),
+    ("list 10,000", "list/library/10000", "list/bare/10000", None),
+]
+
+# Operation, row, row of SQLite.
+BESIDE_SQLITE = [
+    ("set, 10 bytes", "store_set/library/10", "store_set/sqlite/10"),
+    ("set, 1024 bytes", "store_set/library/1024", "store_set/sqlite/1024"),
+    ("get", "store_get/library", "store_get/sqlite"),
+    ("open, read one, close", "store_open/library", "store_open/sqlite"),
+]
+
+# How much more one report of many may cost than one of few.
+LONGER_LISTS = [("library", 1.3), ("bare", None)]
+
+MEMORY = [("one opened report", "memory/open/1"), ("listing 10,000", "memory/list/10000")]
+
+NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+class Run:
+    """The rows of one run, each under its name without the counts of iterations and repetitions."""
+
+    def __init__(self, result):
+        self.context = result["context"]
+        self.on_tmpfs = self.context["filesystem"] == "tmpfs"
+        self.rows = {}
+        for row in result["benchmarks"]:
+            if row.get("run_type") == "iteration":
+                parts = row["run_name"].split("/")
+                name = "/".join(part for part in parts if ":" not in part)
+                self.rows.setdefault(name, []).append(row)
+
+    def median(self, name, time):
+        """Median time of one iteration in nanoseconds."""
+        return statistics.median(
+            row[time] * NANOSECONDS[row["time_unit"]] for row in self.rows[name])
+
+    def counter(self, name, counter):
+        return statistics.median(row[counter] for row in self.rows[name])
+
+
+def time_text(nanoseconds):
+    for unit, size in (("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.2f} {unit}"
+    return f"{nanoseconds:.0f} ns"
+
+
+def verdict(run, ratio, bar):
+    """The columns of the highest accepted ratio and of whether it is kept."""
+    if bar is None or not run.on_tmpfs:
+        return ["", ""]
+    return [f"{bar:g}", "yes" if ratio <= bar else "NO"]
+
+
+def compared(run, title, mine, theirs, bar=None):
+    """One line that compares two costs, each a row and the number by which it is divided."""
+    columns = []
+    ratios = []
+    for time in ("cpu_time", "real_time"):
+        costs = [run.median(row, time) / count for row, count in (mine, theirs)]
+        ratios.append(costs[0] / costs[1])
+        columns.append([time_text(cost) for cost in costs] + [f"{ratios[-1]:.2f}"])
+    return [title] + columns[0] + verdict(run, ratios[0], bar) + columns[1]
+
+
+def header(title, mine, theirs):
+    return [title, mine, theirs, "ratio", "bar", "met", "elapsed: " + mine, theirs, "ratio"]
+
+
+def print_table(titles, rows):
+    widths = [max(len(row[i]) for row in [titles] + rows) for i in range(len(titles))]
+    for row in [titles, ["-" * width for width in widths]] + rows:
+        cells = [row[0].ljust(widths[0])]
+        cells += [cell.rjust(width) for cell, width in zip(row[1:], widths[1:])]
+        print("| " + " | ".join(cells) + " |")
+    print()
+
+
+def report(run):
+    print(f"## {run.context['root']} ({run.context['filesystem']})\n")
+    print_table(header("operation", "library", "bare calls"),
+                [compared(run, title, (mine, 1), (bare, 1), bar)
+                 for title, mine, bare, bar in BESIDE_BARE_CALLS])
+    print_table(header("each report of a list", "of 10,000", "of 100"),
+                [compared(run, kind, (f"list/{kind}/10000", 10000), (f"list/{kind}/100", 100), bar)
+                 for kind, bar in LONGER_LISTS])
+    print_table(header("store", "library", "SQLite"),
+                [compared(run, title, (mine, 1), (sqlite, 1))
+                 for title, mine, sqlite in BESIDE_SQLITE])
+    print_table(["peak memory", "process", "the same process idle", "allocated by new"],
+                [[title, f"{run.counter(row, 'resident_KiB'):.0f} KiB",
+                  f"{run.counter(row, 'idle_resident_KiB'):.0f} KiB",
+                  f"{run.counter(row, 'heap_bytes') / 1024:.1f} KiB"] for title, row in MEMORY])
+
+
+def main():
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    for name in sys.argv[1:]:
+        with open(name, encoding="utf-8") as file:
+            run = Run(json.load(file))
+        try:
+            report(run)
+        except KeyError as row:
+            sys.exit(f"{name}: no row {row}")
+
+
+if __name__ == "__main__":
+    main()
