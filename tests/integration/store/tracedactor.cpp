@@ -1,0 +1,63 @@
+#include "integration/store/tracedactor.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace KELP::Test {
+namespace {
+
+constexpr const char* kStrace = "/usr/bin/strace";
+
+}  // namespace
+
+std::string TracedActor::unavailable() {
+  if (::access(kStrace, X_OK) != 0) {
+    return "strace is not installed";
+  }
+  ChildProcess probe({kStrace, "-f", "-o", "/dev/null", "/bin/true"});
+  return probe.wait() == 0 ? "" : "strace may not trace here";
+}
+
+TracedActor::TracedActor(const std::string& calls) {
+  // A leak checker is a tracer itself, and a process has room for one.
+  actor_.emplace(std::vector<std::string>{
+      kStrace, "-f", "-s", "200", "-o", (directory_ / "trace").string(), "-e",
+      "trace=write," + calls, "-E", "ASAN_OPTIONS=detect_leaks=0", "--"});
+}
+
+void TracedActor::mark(const std::string& name) {
+  actor_->ask("echo mark:" + name);
+}
+
+std::vector<std::string> TracedActor::finish() {
+  actor_->process().closeInput();
+  EXPECT_EQ(actor_->process().wait(), 0);
+  std::istringstream trace(readFile(directory_ / "trace"));
+  std::vector<std::string> calls;
+  for (std::string line; std::getline(trace, line);) {
+    const auto call = line.find_first_not_of("0123456789 ");
+    if (call != std::string::npos) calls.push_back(line.substr(call));
+  }
+  return calls;
+}
+
+std::vector<std::string> TracedActor::between(const std::vector<std::string>& calls,
+                                              const std::string& from, const std::string& to) {
+  const auto place = [&](const std::string& mark) {
+    return std::find_if(calls.begin(), calls.end(), [&](const std::string& call) {
+      return call.starts_with("write(1, \"mark:" + mark + "\\n\"");
+    });
+  };
+  const auto begin = from.empty() ? calls.begin() : place(from);
+  const auto end = to.empty() ? calls.end() : place(to);
+  EXPECT_TRUE(begin < calls.end() && begin <= end) << "marks are missing in the trace";
+  if (begin > end) return {};
+  std::vector<std::string> result;
+  std::copy_if(begin, end, std::back_inserter(result),
+               [](const std::string& call) { return !call.starts_with("write(1, "); });
+  return result;
+}
+
+}  // namespace KELP::Test
