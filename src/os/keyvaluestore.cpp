@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -70,54 +71,35 @@ class KeyValueStore::Impl {
   Impl& operator=(const Impl&) = delete;
 
   /** Reads what was changed since the last look. False when there is no sound store. */
-  bool refresh() {
-    struct stat now {};
-    const bool current =
-        file_ && ::fstat(file_.get(), &now) == 0 && hasItsLinks(now) &&
-        (sizeOf(now) == end_ || (sizeOf(now) > end_ && mayBeStore(now) && readOn(file_, now)));
-    return current || load(openFile(path_, O_RDONLY));
-  }
+  bool refresh() { return (file_ && readNew()) || load(); }
 
   [[nodiscard]] Value find(std::string_view key) const {
     const auto found = records_.find(key);
     return found == records_.end() ? Value() : Value(found->second);
   }
 
-  /** Makes one change under the file's lock. */
+  /** Makes one change; without a value, the key is removed. */
   bool change(std::string_view key, Value value) {
-    if (has(KVStoreOpenOption::ReadOnly) ||
-        StoreFormat::encodedSize(key, value) > StoreFormat::kMaxFileSize) {
+    if (has(KVStoreOpenOption::ReadOnly)) {
       return false;
-    }
-    if (!file_ && !refresh()) {
-      return false;  // Without having opened for writing what is to stay as it is.
     }
     const auto deadline = Clock::now() + kPatience;
     do {
-      const FileDescriptor file = openFile(path_, O_RDWR);
-      if (!file) {
+      if (!file_ && !load()) {
         return false;
       }
-      std::optional<LockRelease> release;
-      if (has(KVStoreOpenOption::Shared)) {  // Otherwise load() took the lock for good.
-        if (!lockExclusively(file.get(), deadline)) {
-          return false;
-        }
-        release.emplace(file.get());
+      if (const std::optional<bool> changed = changeOnce(key, value, deadline)) {
+        return *changed;
       }
-      struct stat now {};
-      if (pathNames(file, now)) {
-        return changeLocked(file, now, key, value);
-      }
+      file_.reset();
     } while (Clock::now() < deadline);
     return false;
   }
 
-  /** Removes a key. One that is absent does not even cost opening the file for writing, which
-   *  watchers would notice. */
+  /** Removes a key. */
   bool remove(std::string_view key) {
     if (!has(KVStoreOpenOption::ReadOnly) && refresh() && !find(key)) {
-      return true;
+      return true;  // Without a lock: whoever sets the key now does so afterwards.
     }
     return change(key, std::nullopt);
   }
@@ -129,18 +111,7 @@ class KeyValueStore::Impl {
 
   [[nodiscard]] bool has(KVStoreOpenOption option) const { return options_.test(option); }
 
-  /** Whether the file that was loaded, whose status is @p now, is still where it was: one that was
-   *  replaced or removed has lost a link, perhaps even before it was loaded. */
-  [[nodiscard]] bool hasItsLinks(const struct stat& now) const {
-    return now.st_nlink != 0 && now.st_nlink == loaded_.st_nlink;
-  }
-
-  /** Whether the path still names the open file, whose status goes to @p opened. */
-  [[nodiscard]] bool pathNames(const FileDescriptor& file, struct stat& opened) const {
-    struct stat named {};
-    return ::fstat(file.get(), &opened) == 0 && ::lstat(path_.c_str(), &named) == 0 &&
-           sameFile(opened, named);
-  }
+  bool load() { return load(openFile(path_, O_RDONLY)); }
 
   /** Reads all of @p file, which the path names now. @param patience how long to wait for the lock
    *  that a store keeps which does not share its file. */
@@ -158,6 +129,19 @@ class KeyValueStore::Impl {
     }
     file_ = std::move(file);
     return true;
+  }
+
+  /** Reads what was appended to the file. False when it was replaced or removed, and for damage. */
+  bool readNew() {
+    struct stat now {};
+    if (::fstat(file_.get(), &now) != 0) {
+      return false;
+    }
+    // A file that was replaced or removed has lost a link, perhaps even before it was loaded.
+    if (now.st_nlink == 0 || now.st_nlink != loaded_.st_nlink) {
+      return false;
+    }
+    return sizeOf(now) == end_ || (sizeOf(now) > end_ && mayBeStore(now) && readOn(file_, now));
   }
 
   /** Reads the records from where the last look ended. False for damage. */
@@ -202,49 +186,71 @@ class KeyValueStore::Impl {
     }
   }
 
-  /** Makes the change in the locked file that the path names; @p now is its status. */
-  bool changeLocked(const FileDescriptor& file, const struct stat& now, std::string_view key,
-                    Value value) {
-    if (!catchUp(now)) {
-      return false;
+  /**
+   * Makes one change under the lock of the file that is read.
+   *
+   * @return whether the change was made; empty when that file is no longer the one that the path
+   *         names, or is damaged. Then nothing was done, and the file is to be loaded anew.
+   */
+  std::optional<bool> changeOnce(std::string_view key, Value value, Clock::time_point deadline) {
+    FileDescriptor replaced;  // Closed after its lock was released: the number may be used again.
+    std::optional<LockRelease> release;
+    if (has(KVStoreOpenOption::Shared)) {  // Otherwise load() took the lock for good.
+      if (!lockExclusively(file_.get(), deadline)) {
+        return false;
+      }
+      release.emplace(file_.get());
     }
-    const Value before = find(key);
-    if (!value && !before) {
+    if (!readNew()) {
+      return std::nullopt;
+    }
+    if (!value && !find(key)) {
       return true;
     }
-    if (sizeOf(now) > end_ && ::ftruncate(file.get(), static_cast<off_t>(end_)) != 0) {
+    if (std::max<std::uint64_t>(end_, StoreFormat::kMagic.size()) +
+            StoreFormat::encodedSize(key, value) >
+        StoreFormat::kMaxFileSize) {
       return false;
     }
-    if (!append(file, key, value)) {
+    // Only now, since watchers notice when a file that was open for writing is closed.
+    const FileDescriptor target = openFile(path_, O_WRONLY);
+    struct stat named {};
+    if (!target || ::fstat(target.get(), &named) != 0) {
       return false;
     }
-    unsynced_ = true;
-    if (has(KVStoreOpenOption::SyncEachWrite) && !makeDurable(file)) {
-      append(file, key, before);  // Readers may have seen it by now: only another change undoes it.
+    if (!sameFile(named, loaded_)) {
+      return std::nullopt;
+    }
+    if (sizeOf(named) > end_ && ::ftruncate(target.get(), static_cast<off_t>(end_)) != 0) {
       return false;
     }
-    apply(key, value);
+    if (!record(target, key, value)) {
+      return false;
+    }
     if (end_ > kCompactionSize && end_ > kCompactionRatio * live_) {
-      compact();
+      replaced = compact();
     }
     return true;
   }
 
-  /** Reads what others did to the locked file whose status is @p now. */
-  bool catchUp(const struct stat& now) {
-    if (!file_ || !sameFile(now, loaded_)) {
-      return load(openFile(path_, O_RDONLY));
+  /** Makes the change in the locked file @p target, whose torn tail is gone, and in the map. */
+  bool record(const FileDescriptor& target, std::string_view key, Value value) {
+    if (!append(target, key, value)) {
+      return false;
     }
-    return sizeOf(now) == end_ || refresh();
+    unsynced_ = true;
+    if (has(KVStoreOpenOption::SyncEachWrite) && !makeDurable(target)) {
+      append(target, key, find(key));  // Readers may have seen it: only another change undoes it.
+      return false;
+    }
+    apply(key, value);
+    return true;
   }
 
   /** Writes one record behind the last one, or nothing. */
   bool append(const FileDescriptor& file, std::string_view key, Value value) {
     buffer_.assign(end_ == 0 ? StoreFormat::kMagic : std::string_view());
     StoreFormat::encode(key, value, buffer_);
-    if (end_ + buffer_.size() > StoreFormat::kMaxFileSize) {
-      return false;
-    }
     if (!writeAt(file.get(), end_, buffer_)) {
       // What there is of it is a torn tail, if this fails too.
       [[maybe_unused]] const int cut = ::ftruncate(file.get(), static_cast<off_t>(end_));
@@ -263,14 +269,18 @@ class KeyValueStore::Impl {
     return true;
   }
 
-  /** Puts a file with the live records alone in the place of the locked one. When that does not
-   *  work, the file stays as it is, and the next change tries again. */
-  void compact() {
+  /**
+   * Puts a file with the live records alone in the place of the locked one. When that does not
+   * work, the file stays as it is, and the next change tries again.
+   *
+   * @return the descriptor of the file that was replaced.
+   */
+  FileDescriptor compact() {
     const std::string path = path_ + ".compact";
     ::unlink(path.c_str());  // What a killed process left.
     const FileDescriptor target = openFile(path, O_RDWR | O_CREAT | O_EXCL);
     if (!target) {
-      return;
+      return {};
     }
     std::string content(StoreFormat::kMagic);
     content.reserve(content.size() + live_);
@@ -286,12 +296,12 @@ class KeyValueStore::Impl {
         (has(KVStoreOpenOption::Shared) || lockExclusively(reader.get(), Clock::now()));
     if (!written || std::rename(path.c_str(), path_.c_str()) != 0) {
       ::unlink(path.c_str());
-      return;
+      return {};
     }
-    file_ = std::move(reader);
     loaded_ = status;
     end_ = content.size();
     entryUnsynced_ = !syncDirectoryOf(path_);
+    return std::exchange(file_, std::move(reader));
   }
 
   std::string path_;

@@ -31,6 +31,7 @@ void closeIfOpen(int& descriptor) {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command) {
+  ::signal(SIGPIPE, SIG_IGN);  // A child that is gone is an error of send(), not our end.
   std::vector<char*> arguments;
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -41,6 +42,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   auto fromChild = makePipe();
   pid_ = ::fork();
   if (pid_ == 0) {
+    ::signal(SIGPIPE, SIG_DFL);
     ::dup2(toChild[0], STDIN_FILENO);
     ::dup2(fromChild[1], STDOUT_FILENO);
     ::execv(arguments[0], arguments.data());

@@ -120,6 +120,17 @@ TEST_F(StoreDamagedWhileOpen, IsNotReadyAndLeftAsItIs) {
   EXPECT_THAT(events.take(), ::testing::IsEmpty());
 }
 
+TEST_F(StoreDamagedWhileOpen, RefusesAChangeThatIsTheFirstToMeetTheDamage) {
+  KeyValueStore store = open();
+  ASSERT_TRUE(store.set("report_id", "value"));
+  append("these sixteen or more bytes are no record at all");
+  const std::string damaged = readFile(file());
+  DirectoryEvents events(directory().path());
+  EXPECT_FALSE(store.set("report_id", "next"));
+  EXPECT_EQ(readFile(file()), damaged);
+  EXPECT_THAT(events.take(), ::testing::IsEmpty());
+}
+
 TEST_F(StoreDamagedWhileOpen, IsReadyAgainWhenAGoodFileTakesItsPlace) {
   KeyValueStore store = open();
   ASSERT_TRUE(store.set("report_id", "value"));
