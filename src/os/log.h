@@ -51,7 +51,7 @@ class LogFormat {
       return 'u';
     }
   }
-  static constexpr char kLetters[] = {letterOf<Args>()..., '\0'};
+  static constexpr char kLetters[sizeof...(Args) + 1] = {letterOf<Args>()..., '\0'};
 
   const char* text_;
 };
