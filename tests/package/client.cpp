@@ -36,7 +36,8 @@ int main(int argc, char** argv) {
     return failed("the list is not that of the one report");
   }
   const auto opened = repository.openReport(listed.front());
-  if (opened == nullptr || opened->getDescription() != std::optional<std::string>("a description")) {
+  if (opened == nullptr ||
+      opened->getDescription() != std::optional<std::string>("a description")) {
     return failed("the report does not open with its description");
   }
   if (!repository.deleteReport(listed.front(), false) || repository.countAllReports() != 0) {

@@ -66,8 +66,12 @@ bool KeyValueStore::remove(const std::string& key) {
   return true;
 }
 
-bool KeyValueStore::sync() { return isReady(); }
+bool KeyValueStore::sync() {
+  return isReady();
+}
 
-bool KeyValueStore::isReady() { return impl_ != nullptr; }
+bool KeyValueStore::isReady() {
+  return impl_ != nullptr;
+}
 
 }  // namespace KELP::OS

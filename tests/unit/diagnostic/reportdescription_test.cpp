@@ -14,7 +14,6 @@ namespace KELP::Diagnostic {
 namespace {
 
 using namespace KELP::Test;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 class ReportDescription : public ReportTest {
