@@ -2,14 +2,19 @@
 
 #include <diagnostic/diagnosticerror.h>
 #include <diagnostic/metadataproperty.h>
+#include <diagnostic/reportcontentproperties.h>
+#include <diagnostic/reporttemporaryfile.h>
 #include <diagnostic/reportuuid.h>
 #include <os/expected.h>
 #include <os/export.h>
 #include <os/keyvaluestore.h>
 
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -255,6 +260,353 @@ class KELP_EXPORT DiagnosticReport {
    * creation"; or "Failed to write updated loaded libraries to report". */
   Result setLoadedLibraries(std::vector<std::string> libraries);
 
+  // --- Contents: properties --------------------------------------------------------------------
+  // The contents are a list of properties that is read and written as a whole. A report has none
+  // until the first property is created. Where two texts are given, the one with "(%s)" is the log
+  // line.
+  //
+  // Each operation that takes a type exists once more for each type, under its name: FILE, STRING,
+  // INTEGER, DOUBLE and BOOLEAN. To these a property of another type is absent.
+
+  using Properties = DiagnosticReportContentProperties;
+  using Variations = DiagnosticReportContentVariations;
+  using PropertyTypes = DiagnosticReportContentPropertyTypes;
+  using Tags = std::set<std::string>;
+
+  /** All properties in the order of their creation; empty when there are no contents. */
+  [[nodiscard]] std::optional<std::vector<Properties>> getReportContents() const;
+
+  /** Whether there is a property of that name. Names are compared byte by byte. */
+  [[nodiscard]] bool hasReportContentProperty(std::string name) const;
+  /** Whether there is a property of that name and type. */
+  [[nodiscard]] bool hasReportFileProperty(std::string name) const;
+  /** See hasReportFileProperty(). */
+  [[nodiscard]] bool hasReportStringProperty(std::string name) const;
+  /** See hasReportFileProperty(). */
+  [[nodiscard]] bool hasReportIntegerProperty(std::string name) const;
+  /** See hasReportFileProperty(). */
+  [[nodiscard]] bool hasReportDoubleProperty(std::string name) const;
+  /** See hasReportFileProperty(). */
+  [[nodiscard]] bool hasReportBooleanProperty(std::string name) const;
+
+  /** The first property of that name; empty when there is none. */
+  [[nodiscard]] std::optional<Properties> getReportContentProperty(std::string name) const;
+  /** The first property of that name; empty when there is none or it is of another type. */
+  [[nodiscard]] std::optional<Properties> getReportContentProperty(std::string name,
+                                                                   PropertyTypes type) const;
+  /** See getReportContentProperty(). */
+  [[nodiscard]] std::optional<Properties> getReportFileProperty(std::string name) const;
+  /** See getReportContentProperty(). */
+  [[nodiscard]] std::optional<Properties> getReportStringProperty(std::string name) const;
+  /** See getReportContentProperty(). */
+  [[nodiscard]] std::optional<Properties> getReportIntegerProperty(std::string name) const;
+  /** See getReportContentProperty(). */
+  [[nodiscard]] std::optional<Properties> getReportDoubleProperty(std::string name) const;
+  /** See getReportContentProperty(). */
+  [[nodiscard]] std::optional<Properties> getReportBooleanProperty(std::string name) const;
+
+  /**
+   * Appends a property without variations.
+   *
+   * @param name      its name, unique within the report, in UTF-8.
+   * @param type      what its variations hold.
+   * @param mediaType free text, for files usually a MIME type.
+   * @param tags      its first tags.
+   * @return true; once data collection is complete, "Report status does not allow creation of new
+   *         content properties"; "Report content property to be created already exists" ("Report
+   *         content property to be created (%s) already exists"; the report is stamped as modified
+   *         all the same); or "Failed to write updated content property value to report metadata".
+   */
+  Result createReportContentProperty(std::string name, PropertyTypes type, std::string mediaType,
+                                     Tags tags);
+  /** As createReportContentProperty(). */
+  Result createReportFileProperty(std::string name, std::string mediaType, Tags tags);
+  /** As createReportContentProperty(), with an empty media type. */
+  Result createReportStringProperty(std::string name, Tags tags);
+  /** As createReportContentProperty(), with an empty media type. */
+  Result createReportIntegerProperty(std::string name, Tags tags);
+  /** As createReportContentProperty(), with an empty media type. */
+  Result createReportDoubleProperty(std::string name, Tags tags);
+  /** As createReportContentProperty(), with an empty media type. */
+  Result createReportBooleanProperty(std::string name, Tags tags);
+
+  /**
+   * Removes a property at any stage, and then, for a file property, the directory of its files;
+   * failing to remove that is no failure.
+   *
+   * @return true; "Cannot remove content properties from report with no contents"; "Report content
+   *         property to be removed does not exist in the report" ("Report content property to be
+   *         removed (%s) does not exist in the report"); an error of the path builders with the
+   * line "Unable to determine destination path for file to remove"; or "Failed to write updated
+   *         content property value to report metadata".
+   */
+  Result removeReportContentProperty(std::string name);
+  /** As removeReportContentProperty(); without such a property of that type, "Report file property
+   * to be removed does not exist in the report" ("Report file property to be removed (%s) does not
+   *  exist in the report"). */
+  Result removeReportFileProperty(std::string name);
+  /** See removeReportFileProperty(); the texts say "string". */
+  Result removeReportStringProperty(std::string name);
+  /** See removeReportFileProperty(); the texts say "integer". */
+  Result removeReportIntegerProperty(std::string name);
+  /** See removeReportFileProperty(); the texts say "double". */
+  Result removeReportDoubleProperty(std::string name);
+  /** See removeReportFileProperty(); the texts say "boolean". */
+  Result removeReportBooleanProperty(std::string name);
+
+  /**
+   * Adds tags to a property. Those that it has already stay once.
+   *
+   * @return true; once data collection is complete, "Adding tags to report after collection is
+   *         completed is not allowed"; "Cannot update content tags on report with no contents";
+   *         "Report content property to be tagged does not exist in the report" ("Report content
+   *         property to be tagged (%s) does not exist in the report"); or "Failed to write updated
+   *         contents for variation removal".
+   */
+  Result addTagsToContentProperty(std::string name, Tags tags);
+  /** As addTagsToContentProperty(), with one tag. */
+  Result addTagToContentProperty(std::string name, std::string tag);
+
+  // --- Contents: variations --------------------------------------------------------------------
+  // Within its property a variation is known by its sensitivity level; of several with one level
+  // the first counts.
+
+  /** The variation of the property of that name, of any type, at that level; empty when there is
+   *  none. */
+  [[nodiscard]] std::optional<Variations> getReportContentVariation(std::string name,
+                                                                    int level) const;
+  /** The same, of a property of that type. */
+  [[nodiscard]] std::optional<Variations> getReportContentVariation(std::string name,
+                                                                    PropertyTypes type,
+                                                                    int level) const;
+  /** See getReportContentVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportFileVariation(std::string name, int level) const;
+  /** See getReportContentVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportStringVariation(std::string name,
+                                                                   int level) const;
+  /** See getReportContentVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportIntegerVariation(std::string name,
+                                                                    int level) const;
+  /** See getReportContentVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportDoubleVariation(std::string name,
+                                                                   int level) const;
+  /** See getReportContentVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportBooleanVariation(std::string name,
+                                                                    int level) const;
+
+  /** Whether getReportContentVariation() finds one. */
+  [[nodiscard]] bool hasReportContentVariation(std::string name, int level) const;
+  /** Whether getReportFileVariation() finds one. */
+  [[nodiscard]] bool hasReportFileVariation(std::string name, int level) const;
+  /** Whether getReportStringVariation() finds one. */
+  [[nodiscard]] bool hasReportStringVariation(std::string name, int level) const;
+  /** Whether getReportIntegerVariation() finds one. */
+  [[nodiscard]] bool hasReportIntegerVariation(std::string name, int level) const;
+  /** Whether getReportDoubleVariation() finds one. */
+  [[nodiscard]] bool hasReportDoubleVariation(std::string name, int level) const;
+  /** Whether getReportBooleanVariation() finds one. */
+  [[nodiscard]] bool hasReportBooleanVariation(std::string name, int level) const;
+
+  /** The variation with the highest level that is not negative and not above the smaller of the two
+   *  consent levels; empty when there is none. */
+  [[nodiscard]] std::optional<Variations> getReportContentBestVariation(std::string name) const;
+  /** The same, of a property of that type. */
+  [[nodiscard]] std::optional<Variations> getReportContentBestVariation(std::string name,
+                                                                        PropertyTypes type) const;
+  /** See getReportContentBestVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportFileBestVariation(std::string name) const;
+  /** See getReportContentBestVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportStringBestVariation(std::string name) const;
+  /** See getReportContentBestVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportIntegerBestVariation(std::string name) const;
+  /** See getReportContentBestVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportDoubleBestVariation(std::string name) const;
+  /** See getReportContentBestVariation(). */
+  [[nodiscard]] std::optional<Variations> getReportBooleanBestVariation(std::string name) const;
+
+  /** @return the variation's value, or "Unable to get value for report string variation that does
+   * not exist". */
+  [[nodiscard]] OS::expected<std::string, DiagnosticError> getReportStringVariationValue(
+      std::string name, int level) const;
+  /** See getReportStringVariationValue(); the text says "integer". */
+  [[nodiscard]] OS::expected<int, DiagnosticError> getReportIntegerVariationValue(std::string name,
+                                                                                  int level) const;
+  /** See getReportStringVariationValue(); the text says "double". */
+  [[nodiscard]] OS::expected<double, DiagnosticError> getReportDoubleVariationValue(
+      std::string name, int level) const;
+  /** See getReportStringVariationValue(); the text says "boolean". */
+  [[nodiscard]] OS::expected<bool, DiagnosticError> getReportBooleanVariationValue(std::string name,
+                                                                                   int level) const;
+
+  /** @return the best variation's value, or "Unable to get path for report string variation that
+   * does not exist". */
+  [[nodiscard]] OS::expected<std::string, DiagnosticError> getReportStringBestVariationValue(
+      std::string name) const;
+  /** See getReportStringBestVariationValue(); the text says "integer". */
+  [[nodiscard]] OS::expected<int, DiagnosticError> getReportIntegerBestVariationValue(
+      std::string name) const;
+  /** See getReportStringBestVariationValue(); the text says "double". */
+  [[nodiscard]] OS::expected<double, DiagnosticError> getReportDoubleBestVariationValue(
+      std::string name) const;
+  /** See getReportStringBestVariationValue(); the text says "boolean". */
+  [[nodiscard]] OS::expected<bool, DiagnosticError> getReportBooleanBestVariationValue(
+      std::string name) const;
+
+  /**
+   * Adds a variation at any stage, or replaces the one with its level in its place. When there is
+   * no property of that name, nothing is added and that is no failure.
+   *
+   * @return true; "Cannot update file variations on report with no contents" (line: "Cannot update
+   *         variations on report with no contents"); "Variation already exists and overwrite is not
+   *         allowed"; or "Failed to write updated contents for variation removal".
+   */
+  Result addReportContentVariation(std::string name, Variations variation, bool overwrite);
+  /** As addReportContentVariation(). The property's type is not checked. */
+  Result addReportStringVariation(std::string name, int level, std::string value, bool overwrite);
+  /** As addReportContentVariation(). The property's type is not checked. */
+  Result addReportIntegerVariation(std::string name, int level, int value, bool overwrite);
+  /** As addReportContentVariation(). The property's type is not checked. The value must be finite:
+   * a NaN is not read back, and contents with an infinity cannot be read at all. */
+  Result addReportDoubleVariation(std::string name, int level, double value, bool overwrite);
+  /** As addReportContentVariation(). The property's type is not checked. */
+  Result addReportBooleanVariation(std::string name, int level, bool value, bool overwrite);
+
+  /**
+   * Removes a variation at any stage, and then, for a file property, its file; failing to remove
+   * that is no failure.
+   *
+   * @return true; "Cannot remove content property variations from report with no contents";
+   * "Content property variation to remove does not exist in report" ("Content property variation to
+   *         remove (%s, %d) does not exist in report"); an error of the path builders with the line
+   *         "Unable to determine destination path for file to remove"; or "Failed to write updated
+   *         contents for variation removal".
+   */
+  Result removeContentPropertyVariation(std::string name, int level);
+  /** As removeContentPropertyVariation(); without such a variation of a property of that type,
+   *  "Report file variation to be removed does not exist in the report" ("Report file variation to
+   * be removed (%s, %d) does not exist in the report"). */
+  Result removeFileVariation(std::string name, int level);
+  /** See removeFileVariation(); the texts say "string". */
+  Result removeStringVariation(std::string name, int level);
+  /** See removeFileVariation(); the texts say "integer". */
+  Result removeIntegerVariation(std::string name, int level);
+  /** See removeFileVariation(); the texts say "double". */
+  Result removeDoubleVariation(std::string name, int level);
+  /** See removeFileVariation(); the texts say "boolean". */
+  Result removeBooleanVariation(std::string name, int level);
+
+  // --- Contents: files -------------------------------------------------------------------------
+
+  /** What createReportTemporaryFile() and the filters return. */
+  using TemporaryFileResult = OS::expected<std::shared_ptr<ReportTemporaryFile>, DiagnosticError>;
+
+  /** Reads the stored file from the first stream and writes what is to replace it to the second.
+   *  Returns whether its output counts. A stream that could not be opened is in its failed state.
+   */
+  using FileFilter = std::function<bool(std::ifstream&, std::ofstream&)>;
+
+  /**
+   * Picks a fresh name in the report's scratch directory, which is made when it is missing. No file
+   * is made. Needs no lock.
+   *
+   * @return the handle; an error of the path builders with the line "Failed to get report temporary
+   *         directory path"; or "Failed to create temp directory for report" with the system's
+   * code.
+   * @throws std::filesystem::filesystem_error when the directory cannot be examined.
+   */
+  TemporaryFileResult createReportTemporaryFile();
+
+  /**
+   * Removes the scratch directory with all that is in it. Needs no lock. Handles stay valid.
+   *
+   * @return true; an error of the path builders with the line "Cannot purge unknown report
+   * temporary directory path"; or "err, Failed to remove temp directory for report" (code 0; line:
+   *         "Failed to remove temp directory for report").
+   */
+  Result purgeReportTemporaryFiles();
+
+  /**
+   * Copies a file into the report as a variation of a property (whose type is not checked).
+   *
+   * The file is copied first and the record written afterwards, without rollback: a failure leaves
+   * at most directories, a file without a record or, when a stored file was being replaced, a part
+   * of it.
+   *
+   * @param name      the property.
+   * @param variation the variation's level.
+   * @param source    the file to copy.
+   * @param fileName  name of the stored file; empty for @p name. Not used for a variation that
+   * exists.
+   * @param overwrite whether a variation that exists may get the new file.
+   * @return true; "Cannot update file variations on report with no contents"; "Unable to determine
+   *         destination path for new file" (no such property); an error of the path builders with
+   *         that line; "File already exists and overwrite is not allowed"; "Failed to create
+   *         directory for report file variation" or "Failed to copy file to report location" with
+   * the system's code (line: "Failed to copy file to report location: %s"); or "Failed to write
+   *         updated contents for variation removal".
+   * @throws std::filesystem::filesystem_error when the destination's directory cannot be examined.
+   */
+  Result copyFileToFileProperty(std::string name, int variation, std::filesystem::path source,
+                                std::string fileName, bool overwrite);
+
+  /**
+   * Copies a temporary file into the report, as copyFileToFileProperty() does, and deletes it.
+   *
+   * @return true; "Temporary file to move to report is null", "Temporary file to move to report is
+   *         not valid" or "Temporary file to move to report does not have a path"; or the error of
+   *         copyFileToFileProperty() with the line "Failed to copy temporary file to report file
+   *         variations"; the temporary file is then kept.
+   */
+  Result moveReportTemporaryFileToFileProperty(std::string name, int variation,
+                                               std::shared_ptr<ReportTemporaryFile> file,
+                                               std::string fileName, bool overwrite);
+
+  /** @return the path of the variation's file, "Unable to get path for report file variation that
+   *  does not exist", or an error of the path builders. */
+  [[nodiscard]] PathResult getReportFileVariationPath(std::string name, int variation) const;
+  /** As getReportFileVariationPath(), for the best variation. */
+  [[nodiscard]] PathResult getReportFileBestVariationPath(std::string name) const;
+
+  // --- Contents: filters and policy ------------------------------------------------------------
+
+  /**
+   * Drops every variation whose level is above the smaller of the two consent levels, and then
+   * removes the files of those that are dropped; failing to remove one is no failure. The stage is
+   * marked by markDataPolicyApplied().
+   *
+   * @return true; "Cannot remove content property variations from report with no contents"; or
+   *         "Failed to write updated contents for variation removal". A dropped file whose path
+   * leaves the report is not removed, with the line "Unable to determine destination path for file
+   * to remove".
+   */
+  Result applyPolicyFilters();
+
+  /**
+   * Runs a filter from a stored file into a new temporary file.
+   *
+   * @return the temporary file; the error of createReportTemporaryFile() with the line "Failed to
+   *         write updated contents for file variation filter"; "Temporary file to filter is null",
+   *         "Temporary file to filter is not valid" or "Temporary file to filter has no path"; the
+   *         error of getReportFileVariationPath(); "Temporary file to filter does not exist" when
+   * the stored file is gone (line: "Temporary file (%s) to filter does not exist"); or, without a
+   *         line, "Filter aborted without error condition" when the filter returned false.
+   * @throws whatever the filter throws, `std::bad_function_call` for an empty one, and
+   *         `std::filesystem::filesystem_error` when the stored file cannot be examined. No
+   * temporary file stays.
+   */
+  TemporaryFileResult filterFileVariationToTemporaryFile(std::string name, int variation,
+                                                         FileFilter filter);
+
+  /**
+   * Replaces a stored file by what a filter makes of it.
+   *
+   * @return true; an error of filterFileVariationToTemporaryFile() or
+   *         moveReportTemporaryFileToFileProperty(); "Filtered temporary file is null" or "Filtered
+   *         temporary file is not valid".
+   * @throws as filterFileVariationToTemporaryFile() and copyFileToFileProperty().
+   */
+  Result filterFileVariation(std::string name, int variation, FileFilter filter);
+
   // --- Deletion --------------------------------------------------------------------------------
 
   /**
@@ -334,6 +686,9 @@ class KELP_EXPORT DiagnosticReport {
   KELP_HIDDEN void resetLock(int descriptor);
 
   KELP_HIDDEN void openStore(const std::filesystem::path& path);
+
+  [[nodiscard]] KELP_HIDDEN int permittedLevel() const;
+  KELP_HIDDEN PathResult filePathOf(const std::optional<Variations>& variation) const;
 
   // Defined in src/diagnostic/reportmetadata.h.
   template <typename T>

@@ -24,11 +24,10 @@ inline std::error_code lastSystemError() {
 
 /** Logs @p line with its arguments and makes the error of @p code and @p message. */
 template <typename... Args>
-DiagnosticError fail(std::error_code code, const char* message,
+DiagnosticError fail(std::error_code code, std::string message,
                      OS::LogFormat<std::type_identity_t<Args>...> line, Args... arguments) {
-  DiagnosticError error(code, message);  // First: logging may change errno, which arguments read.
   OS::logError<Args...>(line, arguments...);
-  return error;
+  return {code, std::move(message)};
 }
 
 /** A failure whose log line is its message. */

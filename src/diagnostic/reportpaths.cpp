@@ -3,6 +3,8 @@
 #include <diagnostic/diagnosticreport.h>
 #include <utils/pathcontainment.h>
 
+#include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace KELP::Diagnostic {
@@ -16,6 +18,32 @@ fs::path contentFileDir(const std::string& propertyName) {
 
 fs::path fileVariationDir(const std::string& propertyName, int level) {
   return contentFileDir(propertyName) / std::to_string(level);
+}
+
+bool isWithin(const fs::path& path, const fs::path& directory) {
+  return Utils::VerifyFilePathIsWithinRequiredDirectory(path.native(), directory.native(), false,
+                                                        true);
+}
+
+/**
+ * Whether @p path is within @p directory, and stays so when directories that are missing yet are
+ * made.
+ *
+ * The check leaves ".." behind a missing directory to the text alone, and does not look at what
+ * that leads to, which may be a symbolic link: a second look sees it. The system ends a path at a
+ * NUL, so one with a NUL is not what it looks like.
+ */
+bool staysWithin(const fs::path& path, const fs::path& directory) {
+  if (path.native().find('\0') != std::string::npos || !isWithin(path, directory)) {
+    return false;
+  }
+  if (std::ranges::find(path, fs::path("..")) == path.end()) {
+    return true;
+  }
+  const fs::path file = path.has_filename() ? path : path.parent_path();
+  std::error_code error;
+  const fs::path parent = fs::weakly_canonical(file.parent_path(), error);
+  return !error && isWithin(parent / file.filename(), directory);
 }
 
 }  // namespace
@@ -37,8 +65,7 @@ DiagnosticReport::PathResult DiagnosticReport::_getReportRelativePath(fs::path r
         "Unable to prepare relative report path for report with unknown report directory");
   }
   fs::path candidate = *directory / relative;
-  if (!Utils::VerifyFilePathIsWithinRequiredDirectory(candidate.native(), directory->native(),
-                                                      false, true)) {
+  if (!staysWithin(candidate, *directory)) {
     return fail(noCode(), "Path is not within report directory",
                 "Path: %s, is not within report directory: %s", candidate.c_str(),
                 directory->c_str());

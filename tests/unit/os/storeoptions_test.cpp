@@ -9,7 +9,6 @@
 namespace KELP::Test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 unsigned long bits(std::initializer_list<Option> options) {

@@ -1,0 +1,105 @@
+#include "diagnostic/removefiles.h"
+#include "diagnostic/reportcontentsformat.h"
+#include "diagnostic/reportmetadata.h"
+
+#include <diagnostic/diagnosticreport.h>
+
+#include <utility>
+#include <vector>
+
+// What reduces a report before it leaves the device: the data policy, and filters of stored files.
+
+namespace KELP::Diagnostic {
+namespace {
+
+namespace fs = std::filesystem;
+namespace keys = MetadataKeys;
+using Result = DiagnosticReport::Result;
+
+}  // namespace
+
+Result DiagnosticReport::applyPolicyFilters() {
+  std::optional<ReportContents> contents = getReportContents();
+  if (!contents) {
+    return fail("Cannot remove content property variations from report with no contents");
+  }
+  const int permitted = permittedLevel();
+  std::vector<fs::path> files;
+  for (Properties& property : *contents) {
+    std::erase_if(property.variations, [&](const Variations& variation) {
+      if (variation.sensitivity_level <= permitted) {
+        return false;
+      }
+      if (property.isFileProperty()) {
+        if (PathResult path = _getReportRelativePath(variation.relative_path)) {
+          files.push_back(*std::move(path));
+        } else {
+          OS::logError("Unable to determine destination path for file to remove");
+        }
+      }
+      return true;
+    });
+  }
+  Result changed = change(keys::kReportContents, *std::move(contents),
+                          "Failed to write updated contents for variation removal");
+  if (changed) {
+    for (const fs::path& file : files) {
+      removeFiles(file);
+    }
+  }
+  return changed;
+}
+
+DiagnosticReport::TemporaryFileResult DiagnosticReport::filterFileVariationToTemporaryFile(
+    std::string name, int variation, FileFilter filter) {
+  TemporaryFileResult created = createReportTemporaryFile();
+  if (!created) {
+    return passOn(created.error(), "Failed to write updated contents for file variation filter");
+  }
+  std::shared_ptr<ReportTemporaryFile> temporary = *std::move(created);
+  if (!temporary) {
+    return fail("Temporary file to filter is null");
+  }
+  if (!temporary->isValid()) {
+    return fail("Temporary file to filter is not valid");
+  }
+  const std::optional<fs::path> path = temporary->getPath();
+  if (!path) {
+    return fail("Temporary file to filter has no path");
+  }
+  const PathResult stored = getReportFileVariationPath(std::move(name), variation);
+  if (!stored) {
+    return stored.error();
+  }
+  if (!fs::exists(*stored)) {
+    return fail(noCode(), "Temporary file to filter does not exist",
+                "Temporary file (%s) to filter does not exist", stored->c_str());
+  }
+
+  std::ofstream output(*path, std::ios::binary | std::ios::in | std::ios::out | std::ios::trunc);
+  std::ifstream input(*stored, std::ios::binary | std::ios::in);
+  if (!filter(input, output)) {
+    return DiagnosticError(noCode(), "Filter aborted without error condition");
+  }
+  output.close();
+  input.close();
+  return temporary;
+}
+
+Result DiagnosticReport::filterFileVariation(std::string name, int variation, FileFilter filter) {
+  TemporaryFileResult filtered =
+      filterFileVariationToTemporaryFile(name, variation, std::move(filter));
+  if (!filtered) {
+    return std::move(filtered).error();
+  }
+  if (*filtered == nullptr) {
+    return fail("Filtered temporary file is null");
+  }
+  if (!(*filtered)->isValid()) {
+    return fail("Filtered temporary file is not valid");
+  }
+  return moveReportTemporaryFileToFileProperty(std::move(name), variation, *std::move(filtered), "",
+                                               true);
+}
+
+}  // namespace KELP::Diagnostic

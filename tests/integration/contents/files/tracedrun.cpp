@@ -1,0 +1,109 @@
+#include "integration/contents/files/tracedrun.h"
+
+#include "support/childprocess.h"
+#include "support/temporarydirectory.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+namespace KELP::Test {
+namespace {
+
+constexpr const char* kStrace = "/usr/bin/strace";
+
+/** A line of a trace: who called what. */
+struct TraceLine {
+  std::string process;
+  std::string call;
+
+  explicit TraceLine(const std::string& text) {
+    std::istringstream words(text);
+    words >> process >> std::ws;
+    std::getline(words, call);
+  }
+
+  /** The name of the call that begins here; empty for a line about something else. */
+  [[nodiscard]] std::string name() const {
+    const std::string name = call.substr(0, call.find('('));
+    const bool isName =
+        name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_") == std::string::npos;
+    return isName && name.size() < call.size() ? name : "";
+  }
+  [[nodiscard]] bool says(const std::string& word) const {
+    return call.starts_with("write(1, \"" + word + "\\n\"");
+  }
+};
+
+std::vector<TraceLine> readTrace(const std::filesystem::path& file) {
+  std::istringstream text(readFile(file));
+  std::vector<TraceLine> lines;
+  for (std::string line; std::getline(text, line);) {
+    lines.emplace_back(line);
+  }
+  return lines;
+}
+
+/** The process, or thread, that says @p word. */
+std::string whoSays(const std::vector<TraceLine>& lines, const std::string& word) {
+  for (const TraceLine& line : lines) {
+    if (line.says(word)) return line.process;
+  }
+  throw std::runtime_error("the program never said " + word);
+}
+
+}  // namespace
+
+std::string TracedRun::unavailable() {
+  if (::access(kStrace, X_OK) != 0) {
+    return "strace is not installed";
+  }
+  ChildProcess probe({kStrace, "-f", "-o", "/dev/null", "/bin/true"});
+  return probe.wait() == 0 ? "" : "strace may not trace here";
+}
+
+std::vector<std::string> TracedRun::traced(const std::vector<std::string>& options) const {
+  // A leak checker is a tracer itself, and a process has room for one.
+  std::vector<std::string> all{kStrace, "-f", "-E", "ASAN_OPTIONS=detect_leaks=0"};
+  all.insert(all.end(), options.begin(), options.end());
+  all.emplace_back("--");
+  all.insert(all.end(), command_.begin(), command_.end());
+  return all;
+}
+
+std::vector<CountedCall> TracedRun::calls(const std::filesystem::path& traceFile) const {
+  ChildProcess program(traced({"-o", traceFile.string()}));
+  if (program.wait() != 0) {
+    throw std::runtime_error("the program failed");
+  }
+  const std::vector<TraceLine> lines = readTrace(traceFile);
+  const std::string process = whoSays(lines, "begin");
+  std::map<std::string, int> counts;
+  std::vector<CountedCall> calls;
+  bool begun = false;
+  for (const TraceLine& line : lines) {
+    const std::string name = line.name();
+    if (line.process != process || name.empty()) continue;
+    const int count = ++counts[name];
+    if (begun) calls.push_back({name, count});
+    begun = begun || line.says("begin");
+    if (line.says("end")) return calls;
+  }
+  throw std::runtime_error("the program never said end");
+}
+
+std::string TracedRun::lastWordsWhenKilledAt(const CountedCall& call) const {
+  ChildProcess program(
+      traced({"-o", "/dev/null", "-e", "trace=" + call.name, "-e",
+              "inject=" + call.name + ":signal=KILL:when=" + std::to_string(call.count)}));
+  std::string last;
+  while (const auto line = program.receive()) {
+    last = *line;
+  }
+  return program.wait() == 128 + SIGKILL ? last : "";
+}
+
+}  // namespace KELP::Test
