@@ -2,6 +2,7 @@
 #include <stdlib.h>
 #include <sys/vfs.h>
 
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -11,17 +12,20 @@
 // report_benchmark [--root=DIR] [options of Google Benchmark]
 //
 // Times the library beside the bare system calls that it cannot do without, in directories that are
-// made under DIR (default: /dev/shm where there is one) and removed again.
+// made under DIR (default: /dev/shm where it is large enough) and removed again.
 
 namespace {
 
 constexpr std::string_view kRootOption = "--root=";
 constexpr long kTmpfsMagic = 0x01021994;
+/** More than the largest files that are copied need; containers may have less in memory. */
+constexpr std::uintmax_t kSpace = std::uintmax_t{256} << 20;
 
 std::string defaultRoot() {
   const char* const memory = "/dev/shm";
   std::error_code ignored;
-  return std::filesystem::is_directory(memory, ignored)
+  const std::uintmax_t available = std::filesystem::space(memory, ignored).available;
+  return std::filesystem::is_directory(memory, ignored) && available >= kSpace
              ? memory
              : std::filesystem::temp_directory_path().string();
 }

@@ -26,6 +26,17 @@ BESIDE_BARE_CALLS = [
     ("report: setter", "report_setter/library", "report_setter/bare", None),
     ("report: getter", "report_getter/library", "store_get/bare", None),
     ("report: delete", "delete/library", "delete/bare", None),
+    ("add a variation, 1 property", "variation_add/library/1", "variation_add/bare/1", None),
+    ("add a variation, 10 properties", "variation_add/library/10", "variation_add/bare/10", None),
+    ("add a variation, 100 properties", "variation_add/library/100", "variation_add/bare/100",
+     None),
+    ("best variation, 1 property", "variation_best/library/1", "store_get/bare", None),
+    ("best variation, 10 properties", "variation_best/library/10", "store_get/bare", None),
+    ("best variation, 100 properties", "variation_best/library/100", "store_get/bare", None),
+    ("copy a file of 64 KiB", "file_copy/library/65536", "file_copy/bare/65536", None),
+    ("copy a file of 64 MiB", "file_copy/library/67108864", "file_copy/bare/67108864", 1.1),
+    ("policy on 100 values", "policy_values/library", "policy_values/bare", None),
+    ("policy on 100 files", "policy_files/library", "policy_files/bare", None),
     ("list 100", "list/library/100", "list/bare/100", None),
     ("list 10,000", "list/library/10000", "list/bare/10000", None),
 ]
@@ -40,6 +51,10 @@ BESIDE_SQLITE = [
 
 # How much more one report of many may cost than one of few.
 LONGER_LISTS = [("library", 1.3), ("bare", None)]
+
+# The steps of adding a variation, by the number of the report's properties.
+ADDING = [("1 property", 1), ("10 properties", 10), ("100 properties", 100)]
+ADDING_STEPS = ["parse", "write", "store"]
 
 MEMORY = [("one opened report", "memory/open/1"), ("listing 10,000", "memory/list/10000")]
 
@@ -117,6 +132,12 @@ def report(run):
     print_table(header("store", "library", "SQLite"),
                 [compared(run, title, (mine, 1), (sqlite, 1))
                  for title, mine, sqlite in BESIDE_SQLITE])
+    print_table(["add a variation to", "whole"] + ADDING_STEPS + ["size of the contents"],
+                [[title, time_text(run.median(f"variation_add/library/{count}", "cpu_time"))]
+                 + [time_text(run.median(f"variation_add/{step}/{count}", "cpu_time"))
+                    for step in ADDING_STEPS]
+                 + [f"{run.counter(f'variation_add/parse/{count}', 'bytes'):.0f} bytes"]
+                 for title, count in ADDING])
     print_table(["peak memory", "process", "the same process idle", "allocated by new"],
                 [[title, f"{run.counter(row, 'resident_KiB'):.0f} KiB",
                   f"{run.counter(row, 'idle_resident_KiB'):.0f} KiB",

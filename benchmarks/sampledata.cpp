@@ -70,6 +70,22 @@ std::unique_ptr<Diagnostic::DiagnosticReport> createReport(
   return report;
 }
 
+std::string integerPropertyName(std::size_t number) {
+  return "property_" + std::to_string(number);
+}
+
+void addIntegerProperties(Diagnostic::DiagnosticReport& report, std::size_t count,
+                          const std::vector<int>& levels) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string name = integerPropertyName(i);
+    require(report.createReportIntegerProperty(name, {"tag"}).has_value(), "creating a property");
+    for (const int level : levels) {
+      require(report.addReportIntegerVariation(name, level, 42, false).has_value(),
+              "adding a variation");
+    }
+  }
+}
+
 std::vector<std::string> newReportRecords() {
   const Test::TemporaryDirectory directory;
   const auto file = directory / "store";

@@ -29,6 +29,14 @@ void require(bool success, const char* what);
 [[nodiscard]] std::unique_ptr<Diagnostic::DiagnosticReport> createReport(
     const Diagnostic::DiagnosticData& repository);
 
+/** The name of the integer property with that number. */
+[[nodiscard]] std::string integerPropertyName(std::size_t number);
+
+/** Gives a report, of which the caller holds the write lock, @p count integer properties with a
+ *  variation at each of @p levels. */
+void addIntegerProperties(Diagnostic::DiagnosticReport& report, std::size_t count,
+                          const std::vector<int>& levels);
+
 /**
  * The bytes that the store's file grows by for each of newReportMetadata(), as strings to append.
  * Only their sizes are those of the store's own records.

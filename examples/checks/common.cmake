@@ -23,6 +23,20 @@ function(capture name pattern text)
   set(${name} "${CMAKE_MATCH_1}" PARENT_SCOPE)
 endfunction()
 
+function(expect_absent word text what)
+  string(FIND "${text}" "${word}" position)
+  if(NOT position EQUAL -1)
+    message(FATAL_ERROR "'${word}' is in ${what}:\n${text}")
+  endif()
+endfunction()
+
+# The files under a directory, at any depth, are exactly those that follow, in sorted order.
+function(expect_files directory)
+  file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${directory}" "${directory}/*")
+  list(SORT files)
+  expect_equal("${files}" "${ARGN}" "the list of the files in ${directory}")
+endfunction()
+
 # An empty directory of the check's own.
 file(REMOVE_RECURSE "${WORK}")
 file(MAKE_DIRECTORY "${WORK}")

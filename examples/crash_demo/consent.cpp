@@ -1,3 +1,5 @@
+#include "contents.h"
+#include "openreport.h"
 #include "roles.h"
 #include "steps.h"
 
@@ -5,21 +7,6 @@ namespace CrashDemo {
 namespace {
 
 using KELP::Diagnostic::DiagnosticReport;
-
-/** A stage that follows the user's decision. */
-struct Stage {
-  const char* name;
-  bool (DiagnosticReport::*mayFollow)() const;
-  DiagnosticReport::Result (DiagnosticReport::*mark)();
-};
-
-constexpr Stage kStages[] = {
-    {"data collection complete", &DiagnosticReport::canCollectData,
-     &DiagnosticReport::markDataCollectionComplete},
-    {"data policy applied", &DiagnosticReport::canApplyDataPolicy,
-     &DiagnosticReport::markDataPolicyApplied},
-    {"upload complete", &DiagnosticReport::canUpload, &DiagnosticReport::markUploadComplete},
-};
 
 void show(const Console& console, const DiagnosticReport& report) {
   console.field("description", require(report.getDescription(), "description"));
@@ -32,27 +19,20 @@ void show(const Console& console, const DiagnosticReport& report) {
 }  // namespace
 
 void runConsent(const Console& console, const Assignment& assignment) {
-  const auto report = require(assignment.reports.openReport(assignment.id), "opening the report");
-  console.say("opened report " + report->getId().toString());
-
-  require(report->acquireWriteLock(/*wait=*/true), "taking the write lock");
-  console.say("took the write lock; the report says");
+  OpenReport report(console, assignment);
+  console.say("the report says");
   show(console, *report);
   require(report->isCreationComplete(), "finding the creation complete");
 
-  const int level = report->getMaxConsentLevel();
-  require(report->setCurrentConsentLevel(level), "setting the consent level");
-  console.say("set the consent level to " + std::to_string(level));
+  // In the place of a user who is asked.
+  constexpr int kDecision = Contents::kCleaned;
+  const int proposed = report->getCurrentConsentLevel();
+  require(report->setCurrentConsentLevel(kDecision), "setting the consent level");
+  console.say("the user lowered the consent level from " + std::to_string(proposed) + " to " +
+              std::to_string(kDecision));
   require(report->markUserInteractionComplete(), "marking user interaction complete");
   console.say("marked user interaction complete");
-
-  for (const Stage& stage : kStages) {
-    require((report.get()->*stage.mayFollow)(), std::string("being ready for ") + stage.name);
-    require((report.get()->*stage.mark)(), std::string("marking ") + stage.name);
-    console.say(std::string("marked ") + stage.name);
-  }
-  require(report->releaseLock(), "releasing the lock");
-  console.say("released the lock");
+  report.release();
 }
 
 }  // namespace CrashDemo

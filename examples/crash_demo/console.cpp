@@ -24,7 +24,7 @@ bool takesColours(const std::ostream& out) {
 }  // namespace
 
 Console::Console(std::string_view role, int colour)
-    : prefix_(padded(role, 8) + ' ' + padded(std::to_string(::getpid()), 7) + "| "),
+    : prefix_(padded(role, 9) + ' ' + padded(std::to_string(::getpid()), 7) + "| "),
       colour_(colour) {}
 
 void Console::field(std::string_view name, std::string_view value) const {

@@ -14,7 +14,7 @@ namespace CrashDemo {
  */
 class Console {
  public:
-  /** @param colour number of the ANSI colour of the role, 30 to 37. */
+  /** @param colour number of the ANSI colour of the role, 30 to 37 or 90 to 97. */
   Console(std::string_view role, int colour);
 
   /** Prints one step. */

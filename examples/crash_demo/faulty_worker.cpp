@@ -1,9 +1,10 @@
 // A program with a bug: it believes a count that is one too high, and reads memory that is not its
-// own. It knows nothing of reports. All that it does about its crash is to hold still in its signal
-// handler until its watcher has had a look at it.
+// own. It writes a log, and knows nothing of reports. All that it does about its crash is to hold
+// still in its signal handler until its watcher has had a look at it.
 
 #include "console.h"
 #include "crashnotice.h"
+#include "workerlog.h"
 
 #include <signal.h>
 #include <sys/mman.h>
@@ -13,6 +14,8 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <sstream>
 #include <string>
@@ -73,24 +76,50 @@ std::string hexadecimal(const void* address) {
   return text.str();
 }
 
+/** A log whose lines a crash does not take along: each is in the file before the work goes on. It
+ *  is one as programs write them, which think of who looks for a fault and not of privacy. */
+class Log {
+ public:
+  explicit Log(const std::filesystem::path& file) : stream_(file) {}
+
+  [[nodiscard]] bool isSound() const { return stream_.good(); }
+  void note(const std::string& line) { stream_ << line << std::endl; }
+
+ private:
+  std::ofstream stream_;
+};
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   const Console console("worker", 31);
   if (!installHandler()) {
     console.complain("cannot install the signal handler");
     return 1;
   }
+  Log log(
+      CrashDemo::logFileOf(argc > 1 ? argv[1] : ".", program_invocation_short_name, ::getpid()));
+  if (!log.isSound()) {
+    console.complain("cannot write the log");
+    return 1;
+  }
+  log.note("read settings from /home/robin/.config/worker.conf");
+  log.note("signed in to the sample store, token=0d6f4c1e");
+
   constexpr std::size_t kBlocks = 3;
   constexpr std::size_t kBelievedBlocks = kBlocks + 1;
   const Samples samples(kBlocks);
 
+  log.note("adding up " + std::to_string(kBelievedBlocks) + " blocks");
   console.say("adding up " + std::to_string(kBelievedBlocks) + " blocks of samples");
   for (std::size_t i = 0; i < kBelievedBlocks; ++i) {
     const std::string name = "block " + std::to_string(i + 1);
     console.say("reading " + name + " at " + hexadecimal(samples.block(i)));
+    log.note("reading " + name);
     const long long sum = std::accumulate(samples.block(i), samples.block(i + 1), 0LL);
     console.say(name + " adds up to " + std::to_string(sum));
+    log.note(name + " adds up to " + std::to_string(sum));
+    log.note("saved the sum to /home/robin/sums/" + std::to_string(i + 1) + ".txt");
   }
   console.say("finished, which should not have happened");
 }

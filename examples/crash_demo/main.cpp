@@ -1,11 +1,12 @@
 // The life of one report, from a crash to its deletion, in processes that share nothing but the
-// directory of the reports: a worker crashes, its watcher makes a report of that, the consent
-// process takes the report through its stages, and a viewer shows it and deletes it.
+// directory of the reports: a worker crashes, its watcher makes a report of that, a collector adds
+// the worker's log, a filter cleans it, the user consents to some of it, a policy drops the rest,
+// an uploader copies what is left to an outbox, and a viewer shows the report and deletes it.
 //
-//   crash_demo [ROOT]                 plays all of it, with the reports under ROOT or, without one,
-//   in
-//                                     a new directory that is removed at the end
-//   crash_demo --role NAME ROOT ID    is one of its processes
+//   crash_demo [DIR]                 plays all of it in DIR (reports/, logs/ and outbox/) or,
+//   without
+//                                    one, in a new directory that is removed at the end
+//   crash_demo --role NAME DIR ID    is one of its processes
 //
 // The exit status is 0 when every step succeeded.
 
@@ -35,25 +36,25 @@ struct Role {
 
 /** In the order in which they are played. */
 constexpr Role kRoles[] = {
-    {"watcher", 33, runWatcher},
-    {"consent", 32, runConsent},
+    {"watcher", 33, runWatcher}, {"collector", 34, runCollector}, {"filter", 35, runFilter},
+    {"consent", 32, runConsent}, {"policy", 93, runPolicy},       {"uploader", 94, runUploader},
     {"viewer", 36, runViewer},
 };
 
 /** A new directory, removed at the end. */
-class TemporaryRoot {
+class TemporaryDirectory {
  public:
-  TemporaryRoot() {
+  TemporaryDirectory() {
     std::string name = (std::filesystem::temp_directory_path() / "crash_demo-XXXXXX").string();
     require(::mkdtemp(name.data()) != nullptr, "making " + name);
     path_ = name;
   }
-  ~TemporaryRoot() {
+  ~TemporaryDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TemporaryRoot(const TemporaryRoot&) = delete;
-  TemporaryRoot& operator=(const TemporaryRoot&) = delete;
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
@@ -61,13 +62,13 @@ class TemporaryRoot {
   std::filesystem::path path_;
 };
 
-void playAll(const Console& console, const std::filesystem::path& root) {
-  // All roles are told which report is theirs, so that the root may hold others as well.
+void playAll(const Console& console, const std::filesystem::path& directory) {
+  // All roles are told which report is theirs, so that there may be others as well.
   KELP::Diagnostic::ReportUuid id;
   id.randomize();
-  console.say("keeps reports under " + root.string());
+  console.say("works in " + directory.string());
   for (const Role& role : kRoles) {
-    Program process({ownPath().string(), "--role", role.name, root.string(), id.toString()});
+    Program process({ownPath().string(), "--role", role.name, directory.string(), id.toString()});
     const int status = process.wait();
     require(WIFEXITED(status) && WEXITSTATUS(status) == 0, std::string("the ") + role.name);
   }
@@ -85,26 +86,26 @@ int finish(const Console& console, const std::function<void()>& work) {
   }
 }
 
-int direct(std::optional<std::filesystem::path> root) {
+int direct(std::optional<std::filesystem::path> directory) {
   const Console console("demo", 37);
   return finish(console, [&] {
-    if (root) {
-      playAll(console, *root);
+    if (directory) {
+      playAll(console, *directory);
     } else {
-      const TemporaryRoot temporary;
+      const TemporaryDirectory temporary;
       playAll(console, temporary.path());
     }
   });
 }
 
-int play(std::string_view name, const std::filesystem::path& root, const char* idText) {
+int play(std::string_view name, const std::filesystem::path& directory, const char* idText) {
   for (const Role& role : kRoles) {
     if (name == role.name) {
       const Console console(role.name, role.colour);
       return finish(console, [&] {
-        Assignment assignment{KELP::Diagnostic::DiagnosticData(root), {}};
-        require(assignment.id.parse(idText), "reading the identifier");
-        role.run(console, assignment);
+        KELP::Diagnostic::ReportUuid id;
+        require(id.parse(idText), "reading the identifier");
+        role.run(console, Assignment(std::filesystem::absolute(directory), id));
       });
     }
   }
@@ -119,7 +120,7 @@ int main(int argc, char** argv) {
     return CrashDemo::play(argv[2], argv[3], argv[4]);
   }
   if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
-    std::cerr << "usage: crash_demo [ROOT]\n";
+    std::cerr << "usage: crash_demo [DIR]\n";
     return 2;
   }
   return CrashDemo::direct(argc == 2 ? std::optional<std::filesystem::path>(argv[1])

@@ -1,3 +1,4 @@
+#include "contents.h"
 #include "roles.h"
 #include "steps.h"
 
@@ -63,10 +64,36 @@ void showProcess(const Console& console, const DiagnosticReport& report) {
   }
 }
 
+std::string joined(const std::set<std::string>& words) {
+  std::string list;
+  for (const std::string& word : words) {
+    list += (list.empty() ? "" : ", ") + word;
+  }
+  return list;
+}
+
+void showContents(const Console& console, const DiagnosticReport& report) {
+  for (const auto& property : require(report.getReportContents(), "contents")) {
+    std::string kind(DiagnosticReportContentPropertyTypesToString(property.property_type));
+    if (property.isFileProperty()) {
+      kind += ' ' + property.media_type;
+    }
+    console.field(property.stable_id, kind + " (" + joined(property.tags) + ')');
+    for (const auto& variation : property.variations) {
+      console.field("  level " + std::to_string(variation.sensitivity_level),
+                    Contents::describe(report, property, variation));
+    }
+    if (property.variations.empty()) {
+      console.field("", "(no variations)");
+    }
+  }
+}
+
 }  // namespace
 
 void runViewer(const Console& console, const Assignment& assignment) {
-  const auto& [reports, id] = assignment;
+  const auto& reports = assignment.reports;
+  const ReportUuid& id = assignment.id;
   console.say("counted " + std::to_string(reports.countAllReports()) + " and listed " +
               std::to_string(reports.getAllReportUuids().size()) + " under " +
               reports.getRootPath().string());
@@ -79,6 +106,7 @@ void runViewer(const Console& console, const Assignment& assignment) {
   showIdentity(console, *report);
   showStages(console, *report);
   showProcess(console, *report);
+  showContents(console, *report);
   report.reset();  // A report that somebody holds is not deleted, whoever it is.
 
   require(reports.deleteReport(id, /*force=*/false), "deleting the report");

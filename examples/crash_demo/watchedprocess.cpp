@@ -27,8 +27,8 @@ WatchedProcess::Connection::~Connection() {
   }
 }
 
-WatchedProcess::WatchedProcess(const std::filesystem::path& program)
-    : program_({program.string()}, connection_.programEnd, kWatcherDescriptor) {
+WatchedProcess::WatchedProcess(std::vector<std::string> command)
+    : program_(std::move(command), connection_.programEnd, kWatcherDescriptor) {
   ::close(std::exchange(connection_.programEnd, -1));
 }
 
@@ -52,9 +52,16 @@ std::string WatchedProcess::name() const {
   return name;
 }
 
+std::string WatchedProcess::memoryMap() const {
+  std::ostringstream map;
+  map << std::ifstream(proc("maps")).rdbuf();
+  require(!map.str().empty(), "reading the memory map of the process");
+  return map.str();
+}
+
 std::vector<std::string> WatchedProcess::loadedLibraries() const {
   const std::string program = std::filesystem::read_symlink(proc("exe")).string();
-  std::ifstream map(proc("maps"));
+  std::istringstream map(memoryMap());
   std::vector<std::string> libraries;
   for (std::string line; std::getline(map, line);) {
     // Addresses, permissions, offset, device, inode, file.
@@ -71,7 +78,7 @@ std::vector<std::string> WatchedProcess::loadedLibraries() const {
       libraries.push_back(file);
     }
   }
-  require(!libraries.empty(), "reading the memory map of the process");
+  require(!libraries.empty(), "finding libraries in the memory map of the process");
   return libraries;
 }
 

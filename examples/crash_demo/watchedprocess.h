@@ -3,6 +3,7 @@
 #include "crashnotice.h"
 #include "program.h"
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -25,7 +26,8 @@ namespace CrashDemo {
  */
 class WatchedProcess {
  public:
-  explicit WatchedProcess(const std::filesystem::path& program);
+  /** @param command the program's path and its arguments. */
+  explicit WatchedProcess(std::vector<std::string> command);
 
   [[nodiscard]] pid_t pid() const { return program_.pid(); }
 
@@ -35,8 +37,16 @@ class WatchedProcess {
   /** The name of the process. */
   [[nodiscard]] std::string name() const;
 
+  /** What is mapped into its memory, as the kernel shows it: a line for each range. */
+  [[nodiscard]] std::string memoryMap() const;
+
   /** The libraries in its memory map: every file that is mapped as code, but for the program. */
   [[nodiscard]] std::vector<std::string> loadedLibraries() const;
+
+  /** For how long it has been running. */
+  [[nodiscard]] std::chrono::duration<double> age() const {
+    return std::chrono::steady_clock::now() - start_;
+  }
 
   /** @return the status of its end, as `waitpid` gives it. */
   int letGo();
@@ -56,6 +66,7 @@ class WatchedProcess {
 
   [[nodiscard]] std::filesystem::path proc(const char* name) const;
 
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   Connection connection_;
   Program program_;
 };
