@@ -5,7 +5,6 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <exception>
 #include <memory>
 
 namespace KELP::Diagnostic {
@@ -21,7 +20,7 @@ std::optional<std::string> parse(const std::string& text, Json::Value& root) try
     return errors;
   }
   return std::nullopt;
-} catch (const std::exception& tooDeep) {  // The reader throws when values are nested too deeply.
+} catch (const Json::Exception& tooDeep) {  // When values are nested too deeply.
   return tooDeep.what();
 }
 

@@ -207,10 +207,11 @@ class KeyValueStore::Impl {
     if (!value && !find(key)) {
       return true;
     }
-    if (std::max<std::uint64_t>(end_, StoreFormat::kMagic.size()) +
-            StoreFormat::encodedSize(key, value) >
-        StoreFormat::kMaxFileSize) {
-      return false;
+    if (!fits(end_, key, value)) {
+      if (fits(live_ + StoreFormat::kMagic.size(), key, value)) {
+        replaced = compact();
+      }
+      return replaced ? std::nullopt : std::optional(false);
     }
     // Only now, since watchers notice when a file that was open for writing is closed.
     const FileDescriptor target = openFile(path_, O_WRONLY);
@@ -227,13 +228,25 @@ class KeyValueStore::Impl {
     if (!record(target, key, value)) {
       return false;
     }
-    if (end_ > kCompactionSize && end_ > kCompactionRatio * live_) {
-      replaced = compact();
+    try {
+      apply(key, value);
+      if (end_ > kCompactionSize && end_ > kCompactionRatio * live_) {
+        replaced = compact();
+      }
+    } catch (const std::bad_alloc&) {
+      replaced = std::move(file_);  // The change is made: it will be read with everything else.
     }
     return true;
   }
 
-  /** Makes the change in the locked file @p target, whose torn tail is gone, and in the map. */
+  /** Whether the record of a change has room behind @p end. */
+  static bool fits(std::uint64_t end, std::string_view key, Value value) {
+    return std::max<std::uint64_t>(end, StoreFormat::kMagic.size()) +
+               StoreFormat::encodedSize(key, value) <=
+           StoreFormat::kMaxFileSize;
+  }
+
+  /** Makes the change in the locked file @p target, whose torn tail is gone. */
   bool record(const FileDescriptor& target, std::string_view key, Value value) {
     if (!append(target, key, value)) {
       return false;
@@ -243,7 +256,6 @@ class KeyValueStore::Impl {
       append(target, key, find(key));  // Readers may have seen it: only another change undoes it.
       return false;
     }
-    apply(key, value);
     return true;
   }
 
@@ -290,10 +302,12 @@ class KeyValueStore::Impl {
     // The new file is read through a descriptor of its own: closing one that may write is an event.
     FileDescriptor reader = openFile(path, O_RDONLY);
     struct stat status {};
+    struct stat named {};
     const bool written =
         reader && copyOwnership(file_.get(), target.get()) && writeAt(target.get(), 0, content) &&
         syncFile(target.get()) && ::fstat(reader.get(), &status) == 0 &&
-        (has(KVStoreOpenOption::Shared) || lockExclusively(reader.get(), Clock::now()));
+        (has(KVStoreOpenOption::Shared) || lockExclusively(reader.get(), Clock::now())) &&
+        ::lstat(path_.c_str(), &named) == 0 && sameFile(named, loaded_);
     if (!written || std::rename(path.c_str(), path_.c_str()) != 0) {
       ::unlink(path.c_str());
       return {};

@@ -20,10 +20,7 @@ namespace {
 
 using namespace KELP::Test;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
-using testing::Key;
-using testing::Pair;
 namespace fs = std::filesystem;
 
 constexpr const char* kDirectoryFailure = "Failed to create directory for report file variation";

@@ -282,7 +282,7 @@ TEST_F(FileFilterFailure, WithoutTheWriteLockIsNoticedAfterTheFilter) {
 }
 
 TEST_F(FileFilterFailure, InAnotherObjectWhileTheLockIsHeldWaitsAndGoesOn) {
-  const auto contended =
+  const auto* const contended =
       "Failed acquire read lock for report. errno = 11 (Resource temporarily "
       "unavailable)";
   EXPECT_THAT(filter([&](std::ifstream& input, std::ofstream& output) {

@@ -20,6 +20,10 @@ namespace fs = std::filesystem;
 
 /** The report of the fixture, opened from above its root. */
 class RelativeRootTest : public FilesTest {
+ public:
+  RelativeRootTest(const RelativeRootTest&) = delete;
+  RelativeRootTest& operator=(const RelativeRootTest&) = delete;
+
  protected:
   RelativeRootTest() {
     unlock();
@@ -28,8 +32,6 @@ class RelativeRootTest : public FilesTest {
     EXPECT_THAT(relative_->acquireWriteLock(false), Succeeds());
   }
   ~RelativeRootTest() override { fs::current_path(before_); }
-  RelativeRootTest(const RelativeRootTest&) = delete;
-  RelativeRootTest& operator=(const RelativeRootTest&) = delete;
 
   ReportPtr relative_;
 

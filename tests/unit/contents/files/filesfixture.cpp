@@ -34,10 +34,11 @@ FilesTest::Result FilesTest::copy(const fs::path& source, const std::string& fil
   return report_->copyFileToFileProperty(kProperty, kLevel, source, fileName, overwrite);
 }
 
-fs::path FilesTest::addFile(int level, const std::string& content, const std::string& name,
+fs::path FilesTest::addFile(int level, const std::string& content, const std::string& fileName,
                             const std::string& property) {
   const fs::path source = makeSource(content, "added");
-  EXPECT_THAT(report_->copyFileToFileProperty(property, level, source, name, false), Succeeds());
+  EXPECT_THAT(report_->copyFileToFileProperty(property, level, source, fileName, false),
+              Succeeds());
   fs::remove(source);
   store("modified", "1");
   const auto variation = report_->getReportContentVariation(property, level);

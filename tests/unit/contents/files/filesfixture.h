@@ -78,7 +78,7 @@ class FilesTest : public ReportTest {
 
   /** Puts a file into the report and makes "modified" 1 again. @return where it is. */
   std::filesystem::path addFile(int level, const std::string& content,
-                                const std::string& name = kFileName,
+                                const std::string& fileName = kFileName,
                                 const std::string& property = kProperty);
 
   /** A file variation as a copy records it. */

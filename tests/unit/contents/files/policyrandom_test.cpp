@@ -83,6 +83,17 @@ class RandomPolicy : public FilesTest {
     return chosen;
   }
 
+  /** The paths of all files that are in the report's contents now. */
+  [[nodiscard]] std::set<std::string> storedFiles() const {
+    std::set<std::string> found;
+    if (fs::exists(dir() / "contentfiles")) {
+      for (const auto& entry : fs::recursive_directory_iterator(dir() / "contentfiles")) {
+        if (entry.is_regular_file()) found.insert(entry.path());
+      }
+    }
+    return found;
+  }
+
  private:
   std::mt19937 random_{testSeed()};
 };
@@ -118,13 +129,7 @@ TEST_F(RandomPolicy, KeepsAndRemovesWhatAPlainAccountDoes) {
 
     ASSERT_THAT(report().applyPolicyFilters(), Succeeds());
     ASSERT_EQ(report().getReportContents(), expected);
-    std::set<std::string> found;
-    if (fs::exists(dir() / "contentfiles")) {
-      for (const auto& entry : fs::recursive_directory_iterator(dir() / "contentfiles")) {
-        if (entry.is_regular_file()) found.insert(entry.path());
-      }
-    }
-    ASSERT_EQ(found, files);
+    ASSERT_EQ(storedFiles(), files);
   }
   EXPECT_THAT(log_.take(), IsEmpty());
   EXPECT_GT(kept, static_cast<std::size_t>(kRounds));

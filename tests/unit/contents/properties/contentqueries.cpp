@@ -90,7 +90,7 @@ std::vector<ContentQuery> ofValue(const std::string& word, const std::string& by
 
 template <typename Family>
 std::vector<ContentQuery> ofValueFamily() {
-  return ofValue(Family::word, "value", Family::get, Family::getBest);
+  return ofValue(Family::kWord, "value", Family::kGet, Family::kGetBest);
 }
 
 std::vector<ContentQuery> valuesOf(Type type) {

@@ -16,12 +16,12 @@ namespace KELP::Test {
 
 struct StringValues {
   using Value = std::string;
-  static constexpr Type type = Type::STRING;
-  static constexpr const char* word = "string";
-  static constexpr auto member = &Variation::string;
-  static constexpr auto get = &Report::getReportStringVariationValue;
-  static constexpr auto getBest = &Report::getReportStringBestVariationValue;
-  static constexpr auto add = &Report::addReportStringVariation;
+  static constexpr Type kType = Type::STRING;
+  static constexpr const char* kWord = "string";
+  static constexpr auto kMember = &Variation::string;
+  static constexpr auto kGet = &Report::getReportStringVariationValue;
+  static constexpr auto kGetBest = &Report::getReportStringBestVariationValue;
+  static constexpr auto kAdd = &Report::addReportStringVariation;
   static std::deque<Value> values() {
     return {"value",
             "",
@@ -37,12 +37,12 @@ struct StringValues {
 
 struct IntegerValues {
   using Value = int;
-  static constexpr Type type = Type::INTEGER;
-  static constexpr const char* word = "integer";
-  static constexpr auto member = &Variation::integer;
-  static constexpr auto get = &Report::getReportIntegerVariationValue;
-  static constexpr auto getBest = &Report::getReportIntegerBestVariationValue;
-  static constexpr auto add = &Report::addReportIntegerVariation;
+  static constexpr Type kType = Type::INTEGER;
+  static constexpr const char* kWord = "integer";
+  static constexpr auto kMember = &Variation::integer;
+  static constexpr auto kGet = &Report::getReportIntegerVariationValue;
+  static constexpr auto kGetBest = &Report::getReportIntegerBestVariationValue;
+  static constexpr auto kAdd = &Report::addReportIntegerVariation;
   static std::deque<Value> values() {
     using Limits = std::numeric_limits<Value>;
     return {42, 0, -1, Limits::min(), Limits::max(), 9999};
@@ -51,12 +51,12 @@ struct IntegerValues {
 
 struct DoubleValues {
   using Value = double;
-  static constexpr Type type = Type::DOUBLE;
-  static constexpr const char* word = "double";
-  static constexpr auto member = &Variation::double_;
-  static constexpr auto get = &Report::getReportDoubleVariationValue;
-  static constexpr auto getBest = &Report::getReportDoubleBestVariationValue;
-  static constexpr auto add = &Report::addReportDoubleVariation;
+  static constexpr Type kType = Type::DOUBLE;
+  static constexpr const char* kWord = "double";
+  static constexpr auto kMember = &Variation::double_;
+  static constexpr auto kGet = &Report::getReportDoubleVariationValue;
+  static constexpr auto kGetBest = &Report::getReportDoubleBestVariationValue;
+  static constexpr auto kAdd = &Report::addReportDoubleVariation;
   static std::deque<Value> values() {
     using Limits = std::numeric_limits<Value>;
     return {2.5,          0.0, -0.0, 0.1, 1.0 / 3, 3.0, 1e-7, Limits::max(), Limits::lowest(),
@@ -66,12 +66,12 @@ struct DoubleValues {
 
 struct BooleanValues {
   using Value = bool;
-  static constexpr Type type = Type::BOOLEAN;
-  static constexpr const char* word = "boolean";
-  static constexpr auto member = &Variation::boolean;
-  static constexpr auto get = &Report::getReportBooleanVariationValue;
-  static constexpr auto getBest = &Report::getReportBooleanBestVariationValue;
-  static constexpr auto add = &Report::addReportBooleanVariation;
+  static constexpr Type kType = Type::BOOLEAN;
+  static constexpr const char* kWord = "boolean";
+  static constexpr auto kMember = &Variation::boolean;
+  static constexpr auto kGet = &Report::getReportBooleanVariationValue;
+  static constexpr auto kGetBest = &Report::getReportBooleanBestVariationValue;
+  static constexpr auto kAdd = &Report::addReportBooleanVariation;
   static std::deque<Value> values() { return {true, false}; }
 };
 
@@ -79,8 +79,8 @@ using ValueFamilies = testing::Types<StringValues, IntegerValues, DoubleValues, 
 
 struct ValueFamilyNames {
   template <typename Family>
-  static std::string GetName(int) {
-    return Family::word;
+  static std::string GetName(int) {  // NOLINT(readability-identifier-naming): the framework's name.
+    return Family::kWord;
   }
 };
 

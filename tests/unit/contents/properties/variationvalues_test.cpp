@@ -22,17 +22,17 @@ class VariationValues : public ContentsTest {
   using Value = typename Family::Value;
 
   Result add(int level, const Value& value, bool overwrite = false) {
-    return (report().*Family::add)("name", level, value, overwrite);
+    return (report().*Family::kAdd)("name", level, value, overwrite);
   }
   auto value(const std::string& name, int level) const {
-    return (*report_.*Family::get)(name, level);
+    return (*report_.*Family::kGet)(name, level);
   }
-  auto best(const std::string& name) const { return (*report_.*Family::getBest)(name); }
+  auto best(const std::string& name) const { return (*report_.*Family::kGetBest)(name); }
   static Variation variation(int level, const Value& value) {
-    return variationWith<Value>(level, Family::member, value);
+    return variationWith<Value>(level, Family::kMember, value);
   }
   static std::string message(const std::string& wanted) {
-    return "Unable to get " + wanted + " for report " + Family::word +
+    return "Unable to get " + wanted + " for report " + Family::kWord +
            " variation that does not exist";
   }
   /** Expects that neither by level nor as the best there is a value. */
@@ -48,8 +48,8 @@ TYPED_TEST_SUITE(VariationValues, ValueFamilies, ValueFamilyNames);
 
 TYPED_TEST(VariationValues, ComeBackAsTheyWere) {
   for (const auto& value : TypeParam::values()) {
-    this->storeContents({{"name", TypeParam::type, "", {}, {}}});
-    this->expectStored({{"name", TypeParam::type, "", {}, {this->variation(3, value)}}},
+    this->storeContents({{"name", TypeParam::kType, "", {}, {}}});
+    this->expectStored({{"name", TypeParam::kType, "", {}, {this->variation(3, value)}}},
                        [&](auto&) { return this->add(3, value); });
     EXPECT_THAT(this->value("name", 3), Holds(value));
     EXPECT_THAT(this->best("name"), Holds(value));
@@ -61,7 +61,7 @@ TYPED_TEST(VariationValues, ComeBackAsTheyWere) {
 
 TYPED_TEST(VariationValues, AreFoundByTheirLevels) {
   const auto values = TypeParam::values();
-  this->storeContents({{"name", TypeParam::type, "", {}, {}}});
+  this->storeContents({{"name", TypeParam::kType, "", {}, {}}});
   ASSERT_THAT(this->add(5, values[0]), Succeeds());
   ASSERT_THAT(this->add(-5, values[1]), Succeeds());
   EXPECT_THAT(this->value("name", 5), Holds(values[0]));
@@ -71,7 +71,7 @@ TYPED_TEST(VariationValues, AreFoundByTheirLevels) {
 
 TYPED_TEST(VariationValues, AreAbsentWithoutTheirVariation) {
   this->expectNone("name", 1);
-  this->storeContents({{"name", TypeParam::type, "", {}, {}}});
+  this->storeContents({{"name", TypeParam::kType, "", {}, {}}});
   this->expectNone("name", 1);
   this->expectNone("missing", 1);
   this->expectNone("", 0);
@@ -79,11 +79,12 @@ TYPED_TEST(VariationValues, AreAbsentWithoutTheirVariation) {
 
 TYPED_TEST(VariationValues, AreAbsentForOtherTypes) {
   this->storeContents(oneOfEach({1}));
-  forOtherTypes(TypeParam::type, [&](const TypeFamily& other) { this->expectNone(other.word, 1); });
+  forOtherTypes(TypeParam::kType,
+                [&](const TypeFamily& other) { this->expectNone(other.word, 1); });
 }
 
 TYPED_TEST(VariationValues, AreNeverTheBestBelowLevelZero) {
-  this->storeContents({{"name", TypeParam::type, "", {}, {}}});
+  this->storeContents({{"name", TypeParam::kType, "", {}, {}}});
   ASSERT_THAT(this->add(-1, TypeParam::values()[0]), Succeeds());
   EXPECT_THAT(this->best("name"), Refuses(this->message("path")));
   EXPECT_EQ(this->log_.take(), errorLines({this->message("path")}));
@@ -92,7 +93,7 @@ TYPED_TEST(VariationValues, AreNeverTheBestBelowLevelZero) {
 
 TYPED_TEST(VariationValues, AreReplacedInTheirPlaceOnlyWhenThatIsAllowed) {
   const auto values = TypeParam::values();
-  Property property{"name", TypeParam::type, "", {}, {}};
+  Property property{"name", TypeParam::kType, "", {}, {}};
   property.variations = {this->variation(3, values[0]), this->variation(1, values[0])};
   this->storeContents({property});
   this->expectRefused(plain("Variation already exists and overwrite is not allowed"),
@@ -104,7 +105,7 @@ TYPED_TEST(VariationValues, AreReplacedInTheirPlaceOnlyWhenThatIsAllowed) {
 
 TYPED_TEST(VariationValues, AreAppendedWhenReplacingIsAllowedButTheLevelIsNew) {
   const auto values = TypeParam::values();
-  Property property{"name", TypeParam::type, "", {}, {this->variation(3, values[0])}};
+  Property property{"name", TypeParam::kType, "", {}, {this->variation(3, values[0])}};
   this->storeContents({property});
   property.variations.push_back(this->variation(2, values[1]));
   this->expectStored({property}, [&](auto&) { return this->add(2, values[1], true); });
@@ -115,11 +116,11 @@ TYPED_TEST(VariationValues, OfAnotherTypeLeaveThePropertysOwnValueInitial) {
     SCOPED_TRACE(family.name);
     this->storeContents({family.property(family.word, {})});
     const auto value = TypeParam::values()[0];
-    ASSERT_THAT((this->report().*TypeParam::add)(family.word, 4, value, false), Succeeds());
+    ASSERT_THAT((this->report().*TypeParam::kAdd)(family.word, 4, value, false), Succeeds());
     Variation expected;
     expected.sensitivity_level = 4;
-    if (family.type == TypeParam::type) {
-      expected.*TypeParam::member = value;
+    if (family.type == TypeParam::kType) {
+      expected.*TypeParam::kMember = value;
     }
     EXPECT_THAT(this->report().getReportContentVariation(family.word, 4), Optional(expected));
   }
