@@ -74,7 +74,9 @@ class KELP_EXPORT DiagnosticData {
                                                                std::string sessionId) const;
 
   /**
-   * Deletes a report. Never waits for its lock, and never deletes a report that someone holds.
+   * Deletes a report. It waits for a writer as openReport() does, up to a second, and then not at
+   * all: a report that opens and that someone holds is not deleted. With @p force, one that does
+   * not open is deleted without asking for its lock, also while it is being created.
    *
    * @param force true: also delete what does not open, or is only a part of a report.
    * @return true when nothing of the report is left. Otherwise

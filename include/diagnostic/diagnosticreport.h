@@ -103,6 +103,9 @@ class KELP_EXPORT DiagnosticReport {
    * Takes the write lock, which nobody else may hold. A read lock that this object holds is
    * converted (not atomically); the write lock, when held already, is kept, without a system call.
    *
+   * A conversion that fails, in either direction, loses the lock that was held, though the object
+   * still counts it as held: call releaseLock() then.
+   *
    * @param wait true: wait until it is granted; false: fail at once when anyone holds the report.
    * @return true, or "Failed acquire write lock for report" with `errno` and the line "Failed
    * acquire write lock for report. errno = %d (%s)"; or, without a line, "Unable to acquire write
@@ -544,7 +547,8 @@ class KELP_EXPORT DiagnosticReport {
    *         directory for report file variation" or "Failed to copy file to report location" with
    * the system's code (line: "Failed to copy file to report location: %s"); or "Failed to write
    *         updated contents for variation removal".
-   * @throws std::filesystem::filesystem_error when the destination's directory cannot be examined.
+   * @throws std::filesystem::filesystem_error when the destination's directory cannot be examined,
+   * or the root is a relative path and there is no working directory.
    */
   Result copyFileToFileProperty(std::string name, int variation, std::filesystem::path source,
                                 std::string fileName, bool overwrite);

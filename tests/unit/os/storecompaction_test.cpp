@@ -212,5 +212,21 @@ TEST_P(StoreLeftover, DisturbsNoChangeAndNoOtherFile) {
   EXPECT_TRUE(S_ISREG(statusOf(file()).st_mode));
 }
 
+using StoreFull = StoreTest;
+
+TEST_F(StoreFull, MakesRoomForAChangeByLeavingOutWhatIsNoLongerLive) {
+  constexpr std::size_t kLarge = std::size_t{100} << 20U;
+  KeyValueStore store = open();
+  for (const char letter : {'a', 'b', 'c', 'd'}) {
+    EXPECT_TRUE(store.set("large", std::string(kLarge, letter))) << letter;
+  }
+  EXPECT_FALSE(store.set("other", std::string(2 * kLarge, 'x')));
+  EXPECT_TRUE(store.remove("large"));
+  EXPECT_TRUE(store.set("other", std::string(2 * kLarge, 'y')));
+  KeyValueStore reader = open();
+  EXPECT_EQ(reader.get("large"), std::nullopt);
+  EXPECT_TRUE(reader.get("other") == std::string(2 * kLarge, 'y'));
+}
+
 }  // namespace
 }  // namespace KELP::Test
