@@ -1,8 +1,11 @@
-// A client as others write one, in C++17: makes a report, fills it, finds it again, deletes it.
+// A client as others write one, in C++17: makes a report, fills it, finds it again, observes
+// and deletes it.
 
 #include <diagnostic/diagnosticdata.h>
+#include <diagnostic/diagnosticdataobserver.h>
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -40,9 +43,24 @@ int main(int argc, char** argv) {
       opened->getDescription() != std::optional<std::string>("a description")) {
     return failed("the report does not open with its description");
   }
+
+  using Observer = KELP::Diagnostic::DiagnosticDataObserver;
+  int existing = 0;
+  Observer observer(
+      std::make_shared<KELP::Diagnostic::DiagnosticData>(repository),
+      [&](const auto&, Observer::EventType type, void*) {
+        existing += type == Observer::EventType::REPORT_EXISTING ? 1 : 0;
+      },
+      nullptr);
+  observer.start();
+  observer.stop();
+  if (existing != 1) {
+    return failed("the observer does not tell of the one report");
+  }
+
   if (!repository.deleteReport(listed.front(), false) || repository.countAllReports() != 0) {
     return failed("the report was not deleted");
   }
-  std::puts("created, changed, listed, opened and deleted a report");
+  std::puts("created, changed, listed, opened, observed and deleted a report");
   return 0;
 }

@@ -36,7 +36,7 @@ endfunction()
 function(run_client root)
   run(output ${ARGN} "${root}")
   expect_equal("the client's words"
-    "${output}" "created, changed, listed, opened and deleted a report\n")
+    "${output}" "created, changed, listed, opened, observed and deleted a report\n")
 endfunction()
 
 function(expect_equal what actual expected)
