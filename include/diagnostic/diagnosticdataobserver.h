@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -128,7 +127,7 @@ class KELP_EXPORT DiagnosticDataObserver {
   class KELP_HIDDEN Lock;
 
   [[nodiscard]] KELP_HIDDEN bool isStarted() const;
-  [[nodiscard]] KELP_HIDDEN std::filesystem::path pathOf(const ReportUuid& uuid) const;
+  [[nodiscard]] KELP_HIDDEN std::string pathOf(const ReportUuid& uuid) const;
   template <typename Handler>
   [[nodiscard]] KELP_HIDDEN OS::FileObserver::Callback inThisSession(Handler handler);
   KELP_HIDDEN void watchRoot();
@@ -147,6 +146,7 @@ class KELP_EXPORT DiagnosticDataObserver {
   std::unordered_map<std::string, int> reportWatches_;  ///< By identifier.
   std::unordered_set<std::string> knownReports_;        ///< Announced, and not yet as removed.
   std::unordered_set<std::string> metadataBeingWritten_;
+  std::string root_;  ///< The path of the repository's root.
   /// Changes with each start and each stop; odd while started. Who calls the client compares it
   /// afterwards, since the client may have stopped the observer, and started it again.
   std::atomic<std::uint64_t> session_{0};

@@ -79,7 +79,8 @@ class KELP_EXPORT FileObserver {
    * @return the watch descriptor, 1 or more; -1 on failure, with the reason in `errno`. All but the
    *         absence of the path (ENOENT, ENOTDIR) is logged at error priority, as "Unable to watch
    *         %s: %s"; that the limit `fs.inotify.max_user_watches` is reached, and how to raise it,
-   *         is logged once for each FileObserver. Without an instance it is EBADF, without a line.
+   *         is logged once for each FileObserver. Without an instance, and inside a callback while
+   * the destructor waits for it, it is EBADF, without a line.
    */
   int addWatch(std::string path, std::uint32_t mask, Callback callback, void* userData);
 

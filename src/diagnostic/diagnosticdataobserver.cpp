@@ -3,6 +3,7 @@
 #include <diagnostic/diagnosticdataobserver.h>
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -79,7 +80,10 @@ class DiagnosticDataObserver::Lock {
 
 DiagnosticDataObserver::DiagnosticDataObserver(std::shared_ptr<DiagnosticData> data,
                                                Callback callback, void* userData)
-    : data_(std::move(data)), userData_(userData), callback_(std::move(callback)) {}
+    : data_(std::move(data)),
+      userData_(userData),
+      callback_(std::move(callback)),
+      root_(data_->getRootPath().native()) {}
 
 DiagnosticDataObserver::~DiagnosticDataObserver() {
   clearObservers();
@@ -166,7 +170,7 @@ void DiagnosticDataObserver::reportFileObserverCallback(ReportUuid uuid, inotify
     metadataBeingWritten_.insert(id);
   }
   const bool isWritten = has(*event, IN_CREATE | IN_MOVED_TO) ||
-                         (has(*event, IN_CLOSE_WRITE) && metadataBeingWritten_.count(id) != 0);
+                         (has(*event, IN_CLOSE_WRITE) && metadataBeingWritten_.contains(id));
   if (isWritten) {
     metadataBeingWritten_.erase(id);
     announceIfValid(uuid);
@@ -175,31 +179,31 @@ void DiagnosticDataObserver::reportFileObserverCallback(ReportUuid uuid, inotify
 
 void DiagnosticDataObserver::handlePossibleNewReport(const ReportUuid& uuid, EventType type) {
   const Lock lock(*this);
-  if (!isStarted() || reportWatches_.count(uuid.toString()) != 0) {
+  const std::string id = uuid.toString();
+  if (!isStarted() || reportWatches_.contains(id)) {
     return;
   }
   watchReport(uuid);
   if (isValidReport(uuid)) {
-    knownReports_.insert(uuid.toString());
+    knownReports_.insert(id);
     callback_(uuid, type, userData_);
   }
 }
 
 bool DiagnosticDataObserver::isValidReport(const ReportUuid& uuid) {
   const Lock lock(*this);
-  // Where the file is found, there is also its directory.
-  std::error_code error;
-  const fs::file_type type =
-      fs::status(pathOf(uuid) / DiagnosticReport::kReportMetadataFilename, error).type();
-  return type != fs::file_type::none && type != fs::file_type::not_found;
+  // Where the file is found, there is also its directory. This is most of what an event costs.
+  const std::string metadata = pathOf(uuid) + "/" + DiagnosticReport::kReportMetadataFilename;
+  struct stat status {};
+  return ::stat(metadata.c_str(), &status) == 0;
 }
 
 bool DiagnosticDataObserver::isStarted() const {
   return session_ % 2 != 0;
 }
 
-fs::path DiagnosticDataObserver::pathOf(const ReportUuid& uuid) const {
-  return data_->getRootPath() / uuid.toString();
+std::string DiagnosticDataObserver::pathOf(const ReportUuid& uuid) const {
+  return root_.empty() ? uuid.toString() : root_ + "/" + uuid.toString();
 }
 
 /** A handler that does nothing when the observer was stopped since, even if it was started again.
@@ -215,14 +219,13 @@ OS::FileObserver::Callback DiagnosticDataObserver::inThisSession(Handler handler
 }
 
 void DiagnosticDataObserver::watchRoot() {
-  const std::string root = data_->getRootPath().native();
-  rootWatch_ = fileObserver_->addWatch(root, kRootEvents,
+  rootWatch_ = fileObserver_->addWatch(root_, kRootEvents,
                                        inThisSession([this](inotify_event* event, void* userData) {
                                          rootFileObserverCallback(event, userData);
                                        }),
                                        nullptr);
   if (const int error = errno; rootWatch_ < 1 && (error == ENOENT || error == ENOTDIR)) {
-    OS::logError("Unable to watch %s: %s", root.c_str(),
+    OS::logError("Unable to watch %s: %s", root_.c_str(),
                  std::system_category().message(error).c_str());
   }
 }
@@ -230,7 +233,7 @@ void DiagnosticDataObserver::watchRoot() {
 /** Watches what is now the directory of @p uuid, in place of what was. */
 void DiagnosticDataObserver::watchReport(const ReportUuid& uuid) {
   const int wd =
-      fileObserver_->addWatch(pathOf(uuid).native(), kReportEvents,
+      fileObserver_->addWatch(pathOf(uuid), kReportEvents,
                               inThisSession([this, uuid](inotify_event* event, void* userData) {
                                 reportFileObserverCallback(uuid, event, userData);
                               }),
@@ -273,16 +276,14 @@ void DiagnosticDataObserver::lookAgain() {
     return;
   }
   metadataBeingWritten_.clear();
-  const std::unordered_set<std::string> known = knownReports_;
-  std::vector<std::string> names(known.begin(), known.end());
-  for (std::string& name : entriesOf(data_->getRootPath())) {
-    if (known.count(name) == 0) {
-      names.push_back(std::move(name));
-    }
-  }
+  std::vector<std::string> names(knownReports_.begin(), knownReports_.end());
+  const std::vector<std::string> entries = entriesOf(root_);
+  names.insert(names.end(), entries.begin(), entries.end());
+
+  std::unordered_set<ReportUuid> seen;
   const std::uint64_t session = session_;
   for (const std::string& name : names) {
-    if (ReportUuid uuid; uuid.parse(name.c_str())) {
+    if (ReportUuid uuid; uuid.parse(name.c_str()) && seen.insert(uuid).second) {
       lookAgainAt(uuid);
     }
     if (session_ != session) {

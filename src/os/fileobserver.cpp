@@ -128,7 +128,9 @@ void FileObserver::Impl::start(const std::shared_ptr<Impl>& self) {
 }
 
 void FileObserver::Impl::end() {
-  std::map<int, std::shared_ptr<Watch>> ended;  // Goes at the end: it may be the client's code.
+  // What callbacks hold is the client's code, and may use the observer once more: it goes at the
+  // end.
+  std::map<int, std::shared_ptr<Watch>> ended;
   {
     const std::lock_guard lock(mutex_);
     ending_ = true;
@@ -149,7 +151,7 @@ void FileObserver::Impl::end() {
 int FileObserver::Impl::addWatch(const std::string& path, std::uint32_t mask,
                                  std::shared_ptr<Watch> watch) {
   const std::lock_guard lock(mutex_);
-  if (!inotify_) {
+  if (!inotify_ || ending_) {
     errno = EBADF;
     return -1;
   }

@@ -57,7 +57,7 @@ class InotifyInstance {
 
  private:
   static constexpr std::size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
-  static constexpr std::size_t kBufferSize = 16 * 1024;
+  static constexpr std::size_t kBufferSize = std::size_t{16} * 1024;
 
   std::size_t read(std::byte (&buffer)[kBufferSize]) const;
 
