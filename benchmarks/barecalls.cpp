@@ -2,11 +2,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <string.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
 
 namespace KELP::Bench::BareCalls {
@@ -14,6 +17,10 @@ namespace {
 
 /** Above this size a store of a few keys writes its file anew. */
 constexpr off_t kCompactionSize = off_t{64} << 10;
+
+/** What of a report's directory an observer is told. */
+constexpr std::uint32_t kReportEvents = IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE |
+                                        IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
 
 void closeFile(int descriptor) {
   checked(::close(descriptor), "close");
@@ -47,6 +54,25 @@ void openReportFiles(const std::string& lockPath, const std::string& storePath,
   checked(::read(store, buffer.data(), buffer.size()), "read");
   closeFile(store);
   closeFile(lock);
+}
+
+/** Opens all reports of @p root, and calls @p visit with the directory of each. @return how many
+ *  there are. */
+template <typename Visit>
+std::size_t openEachReport(const std::string& root, std::string& buffer, Visit visit) {
+  std::size_t count = 0;
+  std::string directory;
+  std::string lock;
+  std::string store;
+  forEachEntry(root, [&](const char* name) {
+    directory.assign(root).append("/").append(name);
+    lock.assign(directory).append("/lock");
+    store.assign(directory).append("/metadata.db");
+    openReportFiles(lock, store, buffer);
+    visit(directory);
+    ++count;
+  });
+  return count;
 }
 
 }  // namespace
@@ -104,16 +130,7 @@ void openReport(const Report& report, std::string& buffer) {
 }
 
 std::size_t openAllReports(const std::string& root, std::string& buffer) {
-  std::size_t count = 0;
-  std::string lock;
-  std::string store;
-  forEachEntry(root, [&](const char* name) {
-    lock.assign(root).append("/").append(name).append("/lock");
-    store.assign(root).append("/").append(name).append("/metadata.db");
-    openReportFiles(lock, store, buffer);
-    ++count;
-  });
-  return count;
+  return openEachReport(root, buffer, [](const std::string&) {});
 }
 
 void removeReport(const Report& report) {
@@ -129,6 +146,42 @@ void openStore(const std::string& file, std::string& buffer) {
   checked(::fstat(descriptor, &opened), "fstat");
   checked(::read(descriptor, buffer.data(), buffer.size()), "read");
   closeFile(descriptor);
+}
+
+ReportsWatch::ReportsWatch(const std::string& root)
+    : inotify_(checked(::inotify_init1(IN_CLOEXEC), "inotify_init1")),
+      rootWatch_(
+          checked(::inotify_add_watch(inotify_, root.c_str(), IN_CREATE), "inotify_add_watch")) {
+  std::string buffer(4096, '\0');
+  count_ = openEachReport(root, buffer, [&](const std::string& directory) {
+    checked(::inotify_add_watch(inotify_, directory.c_str(), kReportEvents), "inotify_add_watch");
+  });
+}
+
+ReportsWatch::~ReportsWatch() {
+  ::close(inotify_);
+}
+
+void ReportsWatch::tellUpdates(const std::function<void()>& told) const {
+  alignas(inotify_event) char buffer[16 * 1024];
+  for (;;) {
+    const int size = checked(::read(inotify_, buffer, sizeof buffer), "read");
+    for (int at = 0; at < size;) {
+      const auto& event = *reinterpret_cast<const inotify_event*>(buffer + at);
+      at += static_cast<int>(sizeof event + event.len);
+      if ((event.mask & IN_IGNORED) != 0) {
+        return;
+      }
+      if ((event.mask & (IN_CLOSE_WRITE | IN_MOVED_TO)) != 0 &&
+          ::strcmp(event.name, "metadata.db") == 0) {
+        told();
+      }
+    }
+  }
+}
+
+void ReportsWatch::end() const {
+  checked(::inotify_rm_watch(inotify_, rootWatch_), "inotify_rm_watch");
 }
 
 }  // namespace KELP::Bench::BareCalls

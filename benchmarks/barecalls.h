@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,5 +54,29 @@ void removeReport(const Report& report);
 
 /** Opens a store's file and closes it: open, fstat, read into @p buffer, close. */
 void openStore(const std::string& file, std::string& buffer);
+
+/** Watches on all reports of a root, in an inotify instance of their own: what an observer of them
+ *  cannot do without. */
+class ReportsWatch {
+ public:
+  /** Opens all reports, as openAllReports() does, and watches them and the root. */
+  explicit ReportsWatch(const std::string& root);
+  ~ReportsWatch();
+  ReportsWatch(const ReportsWatch&) = delete;
+  ReportsWatch& operator=(const ReportsWatch&) = delete;
+
+  /** How many reports there are. */
+  [[nodiscard]] std::size_t count() const { return count_; }
+
+  /** Reads events, and calls @p told for each update of a report's store, until end() is called. */
+  void tellUpdates(const std::function<void()>& told) const;
+  /** Ends tellUpdates() by one more event. */
+  void end() const;
+
+ private:
+  int inotify_;
+  int rootWatch_;
+  std::size_t count_ = 0;
+};
 
 }  // namespace KELP::Bench::BareCalls

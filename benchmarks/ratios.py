@@ -6,7 +6,8 @@ usage: ratios.py RESULT.json...
 
 All times are medians over the repetitions of one run. The bars are for processor time on tmpfs, where
 nothing waits: what else the machine does hardly disturbs it. Elapsed time, with what an operation
-waits for on a disk, stands beside it, and tells something only about a machine without other work.
+waits for on a disk, stands beside it, and tells something only about a machine without other work. How
+soon the observer tells of a change is elapsed time.
 The exit status tells only whether all rows are there; times are for people to judge.
 """
 
@@ -56,7 +57,17 @@ LONGER_LISTS = [("library", 1.3), ("bare", None)]
 ADDING = [("1 property", 1), ("10 properties", 10), ("100 properties", 100)]
 ADDING_STEPS = ["parse", "write", "store"]
 
+# How long the observer takes to start, for each report, by the number of reports.
+STARTS = [10, 1000, 10000]
+
+# From a setter in another process until its change was told: title, counters, highest ratio of the
+# medians that is accepted.
+LATENCIES = [("return of the setter", "returned", 2), ("call of the setter", "called", None)]
+
 MEMORY = [("one opened report", "memory/open/1"), ("listing 10,000", "memory/list/10000")]
+
+# What a row's name says of how it is measured.
+OPTIONS = ["process_time", "manual_time"]
 
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
@@ -71,7 +82,8 @@ class Run:
         for row in result["benchmarks"]:
             if row.get("run_type") == "iteration":
                 parts = row["run_name"].split("/")
-                name = "/".join(part for part in parts if ":" not in part)
+                name = "/".join(part for part in parts
+                                if ":" not in part and part not in OPTIONS)
                 self.rows.setdefault(name, []).append(row)
 
     def median(self, name, time):
@@ -85,7 +97,7 @@ class Run:
 
 def time_text(nanoseconds):
     for unit, size in (("ms", 1e6), ("us", 1e3)):
-        if nanoseconds >= size:
+        if abs(nanoseconds) >= size:
             return f"{nanoseconds / size:.2f} {unit}"
     return f"{nanoseconds:.0f} ns"
 
@@ -106,6 +118,18 @@ def compared(run, title, mine, theirs, bar=None):
         ratios.append(costs[0] / costs[1])
         columns.append([time_text(cost) for cost in costs] + [f"{ratios[-1]:.2f}"])
     return [title] + columns[0] + verdict(run, ratios[0], bar) + columns[1]
+
+
+def latency(run, title, since, bar):
+    """One line with the percentiles of both watchers. The medians have no ratio when the bare watcher
+    had told of a change before its setter returned."""
+    times = {watcher: [run.counter("observer_latency", f"{watcher}_{since}_p{percent}")
+                       for percent in (10, 50, 90)] for watcher in ("library", "bare")}
+    mine, theirs = times["library"][1], times["bare"][1]
+    ratio = mine / theirs if theirs > 0 else None
+    judged = ["", ""] if ratio is None else verdict(run, ratio, bar)
+    return ([title] + [time_text(time) for watcher in times.values() for time in watcher]
+            + ["" if ratio is None else f"{ratio:.2f}"] + judged)
 
 
 def header(title, mine, theirs):
@@ -138,6 +162,16 @@ def report(run):
                     for step in ADDING_STEPS]
                  + [f"{run.counter(f'variation_add/parse/{count}', 'bytes'):.0f} bytes"]
                  for title, count in ADDING])
+    print_table(header("observer: start, each report", "library", "bare calls"),
+                [compared(run, f"of {count:,}", (f"observer_start/library/{count}", count),
+                          (f"observer_start/bare/{count}", count)) for count in STARTS])
+    updates = run.counter("observer_burst/library", "updates")
+    print_table(header("observer: many changes", "library", "bare calls"),
+                [compared(run, "each update", ("observer_burst/library", updates),
+                          ("observer_burst/bare", updates))])
+    print_table(["observer: a change, since the", "library, p10", "p50", "p90",
+                 "bare calls, p10", "p50", "p90", "ratio", "bar", "met"],
+                [latency(run, title, since, bar) for title, since, bar in LATENCIES])
     print_table(["peak memory", "process", "the same process idle", "allocated by new"],
                 [[title, f"{run.counter(row, 'resident_KiB'):.0f} KiB",
                   f"{run.counter(row, 'idle_resident_KiB'):.0f} KiB",

@@ -3,9 +3,27 @@ include("${CMAKE_CURRENT_LIST_DIR}/common.cmake")
 # What is said of the report that all roles work on.
 set(uuid "[0-9a-f]+-[0-9a-f]+-[0-9a-f]+-[0-9a-f]+-[0-9a-f]+")
 
+# Takes the lines of the observer out of `output`, where they stand anywhere between those of the
+# others. Fails unless they tell of the whole life of one report, and of nothing else.
+function(take_events created)
+  set(line "observer +[0-9]+ *\\| ([^\n]*)\n")
+  string(REGEX MATCHALL "${line}" lines "${output}")
+  string(REGEX REPLACE "${line}" "\\1\n" lines "${lines}")
+  string(REGEX REPLACE "${line}" "" output "${output}")
+  set(output "${output}" PARENT_SCOPE)
+
+  set(told "by the [a-z]+, told within [0-9]+[.][0-9][0-9] ms\n")
+  capture(events "^observes /[^\n]+/reports\n(.*);the report is gone\n$" "${lines}")
+  string(REPLACE "${created}" "ID" events "${events}")
+  capture(ignored "^(;  REPORT_ADDED      ID  ${told})(;  REPORT_UPDATED    ID  [0-9]+ times ${told})+;  REPORT_REMOVED    ID  ${told}$"
+    "${events}")
+endfunction()
+
 # --- A run without a directory, in one of its own ---------------------------------------------------
 run_expecting(0 "${PROGRAM}")
 expect_equal("${errors}" "" "the log")
+capture(created "watcher [^\n]*\\| created report (${uuid})\n" "${output}")
+take_events("${created}")
 
 # The process that the report is about is the one that crashed, where it said that it was reading.
 capture(worker "worker +([0-9]+) *\\| reading block 4 at 0x" "${output}")
@@ -19,7 +37,6 @@ expect_equal("${dropped}" "${address}" "the address that was recorded, and dropp
 expect_absent("block 4 adds up" "${output}" "what the worker said after its crash")
 
 # One report went through all hands.
-capture(created "watcher [^\n]*\\| created report (${uuid})\n" "${output}")
 foreach(role IN ITEMS collector filter consent policy uploader)
   capture(opened "${role} [^\n]*\\| opened report (${uuid}) and took the write lock\n" "${output}")
   expect_equal("${opened}" "${created}" "the report of the ${role}")
@@ -81,6 +98,7 @@ expect_equal("${errors}" "" "the log")
 capture(ignored "counted 2 and listed 1 under " "${output}")
 capture(address "reading block 4 at (0x[0-9a-f]+)\n" "${output}")
 capture(id "created report (${uuid})\n" "${output}")
+take_events("${id}")
 file(GLOB left "${kept}/reports/*")
 expect_equal("${left}" "${kept}/reports/other" "what is left of the reports")
 
@@ -121,6 +139,12 @@ play(0 watcher)
 expect_files("${report}/contentfiles" memory_map/20/memory_map.txt)
 file(READ "${report}/contentfiles/memory_map/20/memory_map.txt" map)
 capture(ignored "r-xp [^\n]*/libc[.-]" "${map}")
+
+# An observer that starts late is told that the report exists. It ends with its input.
+execute_process(COMMAND "${PROGRAM}" --role observer "${steps}" ${id} INPUT_FILE /dev/null
+  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+expect_equal("${result}${errors}" "0" "the end of the observer")
+capture(ignored "(\\|   REPORT_EXISTING   ${id}  was there\n[^\n]*\\| observes ${steps}/reports\n[^\n]*\\| there is no more input\n)$" "${output}")
 
 play(0 collector)
 expect_files("${report}/contentfiles"

@@ -19,7 +19,7 @@ std::string systemText() {
 
 }  // namespace
 
-void runCollector(const Console& console, const Assignment& assignment) {
+void runCollector(const Console& console, Assignment& assignment) {
   OpenReport report(console, assignment);
   require(report->canCollectData(), "being allowed to collect data");
 

@@ -18,7 +18,7 @@ void show(const Console& console, const DiagnosticReport& report) {
 
 }  // namespace
 
-void runConsent(const Console& console, const Assignment& assignment) {
+void runConsent(const Console& console, Assignment& assignment) {
   OpenReport report(console, assignment);
   console.say("the report says");
   show(console, *report);

@@ -13,8 +13,6 @@
 namespace CrashDemo {
 namespace {
 
-using KELP::Diagnostic::DiagnosticReport;
-
 /** Leaves out the lines that contain one of some words, and counts them. */
 class LineFilter {
  public:
@@ -50,22 +48,22 @@ class LineFilter {
 };
 
 /** What no report should hold, whatever its level, is taken out of the stored file. */
-void removeSecrets(const Console& console, DiagnosticReport& report) {
+void removeSecrets(const Console& console, OpenReport& report) {
   LineFilter secrets({"token="});
-  require(report.filterFileVariation(Contents::kLog, Contents::kPersonal, std::ref(secrets)),
+  require(report->filterFileVariation(Contents::kLog, Contents::kPersonal, std::ref(secrets)),
           "taking secrets out of the log");
   console.say("took secrets out of the stored log: " + secrets.removed());
 }
 
 /** What only some may see stays where it is, and a version without it is added at a lower level. It
  *  gets that level as the last step, so that nothing unfiltered ever has it. */
-void addLogWithoutHomes(const Console& console, DiagnosticReport& report) {
+void addLogWithoutHomes(const Console& console, OpenReport& report) {
   LineFilter homes({"/home/", "/root/"});
-  const auto filtered = require(report.filterFileVariationToTemporaryFile(
+  const auto filtered = require(report->filterFileVariationToTemporaryFile(
                                     Contents::kLog, Contents::kPersonal, std::ref(homes)),
                                 "filtering the log");
-  require(report.moveReportTemporaryFileToFileProperty(Contents::kLog, Contents::kCleaned, filtered,
-                                                       "log.txt", /*overwrite=*/false),
+  require(report->moveReportTemporaryFileToFileProperty(Contents::kLog, Contents::kCleaned,
+                                                        filtered, "log.txt", /*overwrite=*/false),
           "adding the filtered log");
   console.say("added a log without home directories at level " +
               std::to_string(Contents::kCleaned) + ", leaving out " + homes.removed());
@@ -73,10 +71,10 @@ void addLogWithoutHomes(const Console& console, DiagnosticReport& report) {
 
 }  // namespace
 
-void runFilter(const Console& console, const Assignment& assignment) {
+void runFilter(const Console& console, Assignment& assignment) {
   OpenReport report(console, assignment);
-  removeSecrets(console, *report);
-  addLogWithoutHomes(console, *report);
+  removeSecrets(console, report);
+  addLogWithoutHomes(console, report);
   report.release();
 }
 

@@ -1,7 +1,8 @@
 // The life of one report, from a crash to its deletion, in processes that share nothing but the
 // directory of the reports: a worker crashes, its watcher makes a report of that, a collector adds
 // the worker's log, a filter cleans it, the user consents to some of it, a policy drops the rest,
-// an uploader copies what is left to an outbox, and a viewer shows the report and deletes it.
+// an uploader copies what is left to an outbox, and a viewer shows the report and deletes it. An
+// observer is told of every change by the library, while the others are at it.
 //
 //   crash_demo [DIR]                 plays all of it in DIR (reports/, logs/ and outbox/) or,
 //   without
@@ -10,20 +11,28 @@
 //
 // The exit status is 0 when every step succeeded.
 
+#include "connection.h"
 #include "console.h"
 #include "program.h"
 #include "roles.h"
 #include "steps.h"
 
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace CrashDemo {
 namespace {
@@ -31,8 +40,10 @@ namespace {
 struct Role {
   const char* name;
   int colour;
-  void (*run)(const Console&, const Assignment&);
+  void (*run)(const Console&, Assignment&);
 };
+
+constexpr Role kObserver{"observer", 90, runObserver};
 
 /** In the order in which they are played. */
 constexpr Role kRoles[] = {
@@ -62,16 +73,66 @@ class TemporaryDirectory {
   std::filesystem::path path_;
 };
 
-void playAll(const Console& console, const std::filesystem::path& directory) {
-  // All roles are told which report is theirs, so that there may be others as well.
-  KELP::Diagnostic::ReportUuid id;
-  id.randomize();
-  console.say("works in " + directory.string());
-  for (const Role& role : kRoles) {
-    Program process({ownPath().string(), "--role", role.name, directory.string(), id.toString()});
-    const int status = process.wait();
-    require(WIFEXITED(status) && WEXITSTATUS(status) == 0, std::string("the ") + role.name);
+bool succeeded(int status) {
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/** The directory and the report of all roles, so that there may be other reports as well. */
+class Play {
+ public:
+  explicit Play(const std::filesystem::path& directory) : directory_(directory.string()) {
+    id_.randomize();
   }
+
+  [[nodiscard]] std::vector<std::string> command(const Role& role) const {
+    return {ownPath().string(), "--role", role.name, directory_, id_.toString()};
+  }
+
+ private:
+  std::string directory_;
+  KELP::Diagnostic::ReportUuid id_;
+};
+
+/** The process that observes what the others do. Its input ends with this process. */
+class Observer {
+ public:
+  /** Returns when it observes. */
+  explicit Observer(const Play& play)
+      : program_(play.command(kObserver), connection_.programEnd(), STDIN_FILENO) {
+    connection_.leaveProgramEnd();
+    waitForWord();
+  }
+
+  /** Waits until it knows of the report. From then on no change escapes it. */
+  void waitForReport() { waitForWord(); }
+  /** Waits until it has been told that the report is gone. */
+  void finish() { require(succeeded(program_.wait()), "the observer"); }
+
+ private:
+  void waitForWord() {
+    char word = 0;
+    ssize_t count = 0;
+    do {
+      count = ::recv(connection_.ownEnd(), &word, 1, 0);
+    } while (count < 0 && errno == EINTR);
+    require(count == 1, "the observer");
+  }
+
+  Connection connection_;
+  Program program_;
+};
+
+void playAll(const Console& console, const std::filesystem::path& directory) {
+  console.say("works in " + directory.string());
+  const Play play(directory);
+  Observer observer(play);
+  for (const Role& role : kRoles) {
+    require(succeeded(Program(play.command(role)).wait()), std::string("the ") + role.name);
+    if (role.run == runWatcher) {
+      observer.waitForReport();
+    }
+  }
+  observer.finish();
   console.say("all steps succeeded");
 }
 
@@ -98,18 +159,30 @@ int direct(std::optional<std::filesystem::path> directory) {
   });
 }
 
-int play(std::string_view name, const std::filesystem::path& directory, const char* idText) {
-  for (const Role& role : kRoles) {
-    if (name == role.name) {
-      const Console console(role.name, role.colour);
-      return finish(console, [&] {
-        KELP::Diagnostic::ReportUuid id;
-        require(id.parse(idText), "reading the identifier");
-        role.run(console, Assignment(std::filesystem::absolute(directory), id));
-      });
-    }
+const Role* roleOf(std::string_view name) {
+  if (name == kObserver.name) {
+    return &kObserver;
   }
-  return 2;
+  const auto* const role = std::find_if(std::begin(kRoles), std::end(kRoles),
+                                        [&](const Role& each) { return name == each.name; });
+  return role == std::end(kRoles) ? nullptr : role;
+}
+
+int play(std::string_view name, const std::filesystem::path& directory, const char* idText) {
+  const Role* const role = roleOf(name);
+  if (role == nullptr) {
+    return 2;
+  }
+  const Console console(role->name, role->colour);
+  return finish(console, [&] {
+    KELP::Diagnostic::ReportUuid id;
+    require(id.parse(idText), "reading the identifier");
+    Assignment assignment(std::filesystem::absolute(directory), id);
+    if (role != &kObserver) {
+      assignment.changes.start(role->name);
+    }
+    role->run(console, assignment);
+  });
 }
 
 }  // namespace

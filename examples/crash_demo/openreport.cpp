@@ -4,8 +4,9 @@
 
 namespace CrashDemo {
 
-OpenReport::OpenReport(const Console& console, const Assignment& assignment)
+OpenReport::OpenReport(const Console& console, Assignment& assignment)
     : console_(console),
+      changes_(assignment.changes),
       report_(require(assignment.reports.openReport(assignment.id), "opening the report")) {
   require(report_->acquireWriteLock(/*wait=*/true), "taking the write lock");
   console_.say("opened report " + report_->getId().toString() + " and took the write lock");

@@ -9,16 +9,22 @@ namespace CrashDemo {
 /** The report of this run, opened by one role and held with its write lock. */
 class OpenReport {
  public:
-  OpenReport(const Console& console, const Assignment& assignment);
+  OpenReport(const Console& console, Assignment& assignment);
 
-  KELP::Diagnostic::DiagnosticReport* operator->() const { return report_.get(); }
-  KELP::Diagnostic::DiagnosticReport& operator*() const { return *report_; }
+  // Whoever asks for the report may be about to change it.
+
+  KELP::Diagnostic::DiagnosticReport* operator->() { return &**this; }
+  KELP::Diagnostic::DiagnosticReport& operator*() {
+    changes_.change();
+    return *report_;
+  }
 
   /** Releases the lock, which also tells that the role is done. */
   void release();
 
  private:
   const Console& console_;
+  ChangeLog& changes_;
   std::unique_ptr<KELP::Diagnostic::DiagnosticReport> report_;
 };
 

@@ -60,7 +60,7 @@ void show(const Console& console, const char* fate, const Inventory& inventory) 
 
 }  // namespace
 
-void runPolicy(const Console& console, const Assignment& assignment) {
+void runPolicy(const Console& console, Assignment& assignment) {
   OpenReport report(console, assignment);
   require(report->canApplyDataPolicy(), "being allowed to apply the policy");
   const int permitted = std::min(report->getCurrentConsentLevel(), report->getMaxConsentLevel());

@@ -43,7 +43,7 @@ void send(const Console& console, const DiagnosticReport& report, const fs::path
 
 }  // namespace
 
-void runUploader(const Console& console, const Assignment& assignment) {
+void runUploader(const Console& console, Assignment& assignment) {
   OpenReport report(console, assignment);
   require(report->canUpload(), "being allowed to upload");
 

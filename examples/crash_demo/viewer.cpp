@@ -91,7 +91,7 @@ void showContents(const Console& console, const DiagnosticReport& report) {
 
 }  // namespace
 
-void runViewer(const Console& console, const Assignment& assignment) {
+void runViewer(const Console& console, Assignment& assignment) {
   const auto& reports = assignment.reports;
   const ReportUuid& id = assignment.id;
   console.say("counted " + std::to_string(reports.countAllReports()) + " and listed " +
@@ -109,6 +109,7 @@ void runViewer(const Console& console, const Assignment& assignment) {
   showContents(console, *report);
   report.reset();  // A report that somebody holds is not deleted, whoever it is.
 
+  assignment.changes.change();
   require(reports.deleteReport(id, /*force=*/false), "deleting the report");
   require(!std::filesystem::exists(directory) && !isListed(reports, id), "finding the report gone");
   console.say("deleted report " + id.toString());

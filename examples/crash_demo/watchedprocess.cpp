@@ -3,7 +3,6 @@
 #include "steps.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,30 +12,16 @@
 
 namespace CrashDemo {
 
-WatchedProcess::Connection::Connection() {
-  int ends[2];
-  require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "making a socket");
-  watcherEnd = ends[0];
-  programEnd = ends[1];
-}
-
-WatchedProcess::Connection::~Connection() {
-  ::close(watcherEnd);
-  if (programEnd >= 0) {
-    ::close(programEnd);
-  }
-}
-
 WatchedProcess::WatchedProcess(std::vector<std::string> command)
-    : program_(std::move(command), connection_.programEnd, kWatcherDescriptor) {
-  ::close(std::exchange(connection_.programEnd, -1));
+    : program_(std::move(command), connection_.programEnd(), kWatcherDescriptor) {
+  connection_.leaveProgramEnd();
 }
 
 std::optional<CrashNotice> WatchedProcess::waitForCrash() {
   CrashNotice notice{};
   ssize_t count = 0;
   do {
-    count = ::recv(connection_.watcherEnd, &notice, sizeof notice, MSG_WAITALL);
+    count = ::recv(connection_.ownEnd(), &notice, sizeof notice, MSG_WAITALL);
   } while (count < 0 && errno == EINTR);
   return count == sizeof notice ? std::optional(notice) : std::nullopt;
 }
@@ -84,7 +69,7 @@ std::vector<std::string> WatchedProcess::loadedLibraries() const {
 
 int WatchedProcess::letGo() {
   const char seen = 1;
-  require(::send(connection_.watcherEnd, &seen, 1, MSG_NOSIGNAL) == 1, "letting the process go");
+  require(::send(connection_.ownEnd(), &seen, 1, MSG_NOSIGNAL) == 1, "letting the process go");
   return program_.wait();
 }
 

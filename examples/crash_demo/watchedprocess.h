@@ -1,5 +1,6 @@
 #pragma once
 
+#include "connection.h"
 #include "crashnotice.h"
 #include "program.h"
 
@@ -52,18 +53,6 @@ class WatchedProcess {
   int letGo();
 
  private:
-  /** A socket to the program. Its end is closed here as soon as it has it, so that the watcher sees
-   *  when the program is gone. */
-  struct Connection {
-    Connection();
-    ~Connection();
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    int watcherEnd = -1;
-    int programEnd = -1;
-  };
-
   [[nodiscard]] std::filesystem::path proc(const char* name) const;
 
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

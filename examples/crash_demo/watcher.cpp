@@ -129,7 +129,8 @@ void recordContents(const Console& console, DiagnosticReport& report, const Cras
   console.say("added signal, address, uptime, memory map and whether a core file was written");
 }
 
-void record(const Console& console, const Assignment& assignment, const Crash& crash) {
+void record(const Console& console, Assignment& assignment, const Crash& crash) {
+  assignment.changes.change();
   const auto report =
       require(assignment.reports.createReport(assignment.id, /*appId=*/100, /*buildId=*/2024,
                                               /*userId=*/1, "demo-device", "demo-session"),
@@ -143,6 +144,7 @@ void record(const Console& console, const Assignment& assignment, const Crash& c
   require(report->setCurrentConsentLevel(Contents::kPersonal), "setting the consent level");
   console.say("proposed the consent level " + std::to_string(Contents::kPersonal) +
               ", which is also its maximum");
+  assignment.changes.change();
   require(report->markCreationComplete(), "marking creation complete");
   require(report->releaseLock(), "releasing the lock");
   console.say("marked creation complete and released the lock");
@@ -150,7 +152,7 @@ void record(const Console& console, const Assignment& assignment, const Crash& c
 
 }  // namespace
 
-void runWatcher(const Console& console, const Assignment& assignment) {
+void runWatcher(const Console& console, Assignment& assignment) {
   record(console, assignment, watchWorker(console, assignment));
 }
 

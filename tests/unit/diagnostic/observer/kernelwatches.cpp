@@ -1,0 +1,111 @@
+#include "unit/diagnostic/observer/kernelwatches.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+
+namespace KELP::Test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/** The number after @p label in a line of the kernel's list: it writes all of them in base 16. */
+unsigned long numberAfter(const std::string& label, const std::string& line) {
+  const auto at = line.find(label);
+  if (at == std::string::npos) {
+    throw std::runtime_error("no " + label + " in " + line);
+  }
+  return std::stoul(line.substr(at + label.size()), nullptr, 16);
+}
+
+std::vector<KernelWatch> watchesIn(const fs::path& list) {
+  std::vector<KernelWatch> watches;
+  std::ifstream in(list);
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with("inotify ")) {
+      watches.push_back({static_cast<int>(numberAfter(" wd:", line)), numberAfter(" ino:", line),
+                         static_cast<std::uint32_t>(numberAfter(" mask:", line))});
+    }
+  }
+  std::sort(watches.begin(), watches.end(),
+            [](const KernelWatch& a, const KernelWatch& b) { return a.wd < b.wd; });
+  return watches;
+}
+
+std::size_t entriesIn(const fs::path& directory) {
+  return static_cast<std::size_t>(
+      std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+}
+
+/** Asks until it is so, or for a long time. @return whether it is so. */
+template <typename Condition>
+bool comesTrue(const Condition& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const KernelWatch& watch) {
+  std::ostringstream mask;
+  mask << std::hex << watch.mask;
+  return out << "watch " << watch.wd << " on inode " << watch.inode << " for 0x" << mask.str();
+}
+
+std::vector<std::vector<KernelWatch>> inotifyInstances() {
+  std::vector<std::vector<KernelWatch>> instances;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (fs::read_symlink(entry.path(), gone) == "anon_inode:inotify") {
+      instances.push_back(watchesIn("/proc/self/fdinfo" / entry.path().filename()));
+    }
+  }
+  return instances;
+}
+
+std::vector<KernelWatch> kernelWatches() {
+  std::vector<std::vector<KernelWatch>> instances;
+  if (!comesTrue([&] { return (instances = inotifyInstances()).size() == 1; })) {
+    throw std::runtime_error(std::to_string(instances.size()) + " inotify instances");
+  }
+  return instances.front();
+}
+
+ino_t inodeOf(const fs::path& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throw std::system_error(errno, std::system_category(), path.string());
+  }
+  return status.st_ino;
+}
+
+std::ostream& operator<<(std::ostream& out, const Resources& resources) {
+  return out << resources.descriptors << " descriptors and " << resources.threads << " threads";
+}
+
+Resources resourcesNow() {
+  return {entriesIn("/proc/self/fd"), entriesIn("/proc/self/task")};
+}
+
+Resources resourcesAfterReturnTo(const Resources& before) {
+  Resources now{};
+  comesTrue([&] { return (now = resourcesNow()) == before; });
+  return now;
+}
+
+}  // namespace KELP::Test
