@@ -35,8 +35,9 @@ namespace KELP::Diagnostic {
  *  - the deletion of a report's directory or of its metadata, and moving its directory away.
  * Changes of other files are not noticed. Neither is, before the next start(): a report directory
  * that is moved into the root; one that was there at the start, but could not be opened then; one
- * whose metadata was deleted and written again in the same directory; a root that was not there at
- * the start (logged), or was removed and made again.
+ * whose metadata was deleted and written again in the same directory; one whose directory came and
+ * went before, without ever having metadata; a root that was not there at the start (logged), or
+ * was removed and made again.
  *
  * When so much happens that the kernel gives up telling, the observer looks at the root again: what
  * appeared is announced as added, what vanished as removed, and all else as updated.
@@ -63,7 +64,7 @@ class KELP_EXPORT DiagnosticDataObserver {
     REPORT_EXISTING = 0,  ///< It was there when the observer started.
     REPORT_ADDED = 1,     ///< It became valid.
     REPORT_UPDATED = 2,   ///< Its metadata was written again.
-    REPORT_REMOVED = 3,   ///< Its directory or its metadata was deleted or moved away.
+    REPORT_REMOVED = 3,   ///< Its directory was deleted or moved away, or its metadata deleted.
   };
 
   /** Called with the report, what happened, and the client's user data. */

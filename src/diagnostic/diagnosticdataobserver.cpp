@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <exception>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
@@ -270,7 +271,8 @@ void DiagnosticDataObserver::announceRemoval(const ReportUuid& uuid) {
   callback_(uuid, EventType::REPORT_REMOVED, userData_);
 }
 
-/** Makes up for events that are lost: compares what is known with what is there. */
+/** Makes up for events that are lost: compares what is known with what is there, to the end, also
+ *  when the client throws. */
 void DiagnosticDataObserver::lookAgain() {
   if (!isStarted()) {
     return;
@@ -281,14 +283,19 @@ void DiagnosticDataObserver::lookAgain() {
   names.insert(names.end(), entries.begin(), entries.end());
 
   std::unordered_set<ReportUuid> seen;
+  std::exception_ptr thrown;
   const std::uint64_t session = session_;
-  for (const std::string& name : names) {
-    if (ReportUuid uuid; uuid.parse(name.c_str()) && seen.insert(uuid).second) {
-      lookAgainAt(uuid);
+  for (auto name = names.begin(); name != names.end() && session_ == session; ++name) {
+    try {
+      if (ReportUuid uuid; uuid.parse(name->c_str()) && seen.insert(uuid).second) {
+        lookAgainAt(uuid);
+      }
+    } catch (...) {
+      thrown = std::current_exception();
     }
-    if (session_ != session) {
-      return;
-    }
+  }
+  if (thrown) {
+    std::rethrow_exception(thrown);
   }
 }
 

@@ -61,6 +61,20 @@ TEST_F(ObserverOverflow, TellsOnceOfAllThatAppearedVanishedAndStayed) {
   EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_F(ObserverOverflow, TellsOfAllAlsoWhenTheClientThrowsEachTime) {
+  makeKnown(idText(1), "stays");
+  makeKnown(idText(2), "vanishes");
+  linkUnseen(makeBareElsewhere("appears"), idText(3));
+  fs::remove(dirOf(idText(2)));
+  recorder_.onEach([](const ReportEvent&) { throw std::runtime_error("each time"); });
+  EXPECT_THROW(tellRoot(IN_Q_OVERFLOW), std::runtime_error);
+  recorder_.onEach({});
+  EXPECT_THAT(withoutSentinels(recorder_.take()),
+              UnorderedElementsAre(updated(idText(1)), removed(idText(2)), added(idText(3))));
+  EXPECT_FALSE(isWatched(bare("vanishes")));
+  EXPECT_TRUE(isWatched(bare("appears")));
+}
+
 TEST_F(ObserverOverflow, LetsWhatAppearedBeObservedLikeAllOthers) {
   linkUnseen(makeBareElsewhere("appears"), idText(1));
   EXPECT_THAT(overflow(), ElementsAre(added(idText(1))));
