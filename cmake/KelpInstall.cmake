@@ -1,9 +1,24 @@
 # What `cmake --install` puts where: the library with its versions, the public headers, the CMake
-# package and the pkg-config file. The installed tree may be moved as a whole: nothing in it names
+# package, the pkg-config file, and the command-line program with its manual page and completions. The installed tree may be moved as a whole: nothing in it names
 # the place that it was installed to. (The library's run path names the folder of the platform's
 # log library, which stays where it is.)
 
 include(CMakePackageConfigHelpers)
+
+if(TARGET kelp-diagnostics)
+  # Where the library is, seen from the program. The folders may have been given as absolute paths.
+  file(RELATIVE_PATH kelp_libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+  set_target_properties(kelp-diagnostics PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${kelp_libdir_from_bindir};${AndroidLog_LIBRARY_DIR}")
+  install(TARGETS kelp-diagnostics RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  install(FILES "${PROJECT_SOURCE_DIR}/tools/kelp-diagnostics.1"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  install(FILES "${PROJECT_SOURCE_DIR}/tools/completion/kelp-diagnostics.bash"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME kelp-diagnostics)
+  install(FILES "${PROJECT_SOURCE_DIR}/tools/completion/_kelp-diagnostics"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+endif()
 
 set(kelp_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/kelp_diagnosticdata")
 set(kelp_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

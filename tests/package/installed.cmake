@@ -22,6 +22,13 @@ set(expected ${headers}
   "${package}-config.cmake" "${package}-config-version.cmake"
   "${package}-targets.cmake" "${package}-targets-${targets_suffix}.cmake"
   "${LIBDIR}/pkgconfig/kelp_diagnosticdata.pc")
+if(WITH_TOOLS)
+  list(APPEND expected
+    "bin/kelp-diagnostics"
+    "share/bash-completion/completions/kelp-diagnostics"
+    "share/man/man1/kelp-diagnostics.1"
+    "share/zsh/site-functions/_kelp-diagnostics")
+endif()
 file(GLOB_RECURSE installed RELATIVE "${prefix}" "${prefix}/*")
 list(SORT expected)
 list(SORT installed)
@@ -44,6 +51,15 @@ run(dynamic readelf --dynamic "${prefix}/${library}")
 expect_match("the library's dynamic section" "${dynamic}"
   "\\(SONAME\\)[^\n]*\\[libkelp_diagnosticdata\\.so\\.1\\]")
 expect_match("the library's dynamic section" "${dynamic}" "\\(RUNPATH\\)[^\n]*\\[${LOG_LIBRARY_DIR}\\]")
+
+# --- The program, which finds the library where both were moved to
+
+if(WITH_TOOLS)
+  file(MAKE_DIRECTORY "${SCRATCH}/empty")
+  run(listed "${prefix}/bin/kelp-diagnostics" -C "${SCRATCH}/empty" list --json)
+  string(JSON count LENGTH "${listed}" reports)
+  expect_equal("the number of listed reports" "${count}" "0")
+endif()
 
 # --- A client that finds the CMake package
 

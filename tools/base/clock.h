@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+/** Points in time, as seconds since the epoch, and spans of it. */
+namespace KELP::Tool {
+
+/** @p seconds in the form of RFC 3339, "2026-03-01T12:30:00+01:00", by the local zone or UTC ("Z").
+ */
+[[nodiscard]] std::string timeText(long seconds, bool utc);
+
+/** A span for people: "42 s", "5 min", "3 h", "12 d". */
+[[nodiscard]] std::string ageText(long seconds);
+
+/** A span such as "90s", "10min" (or "10m"), "12h", "7d" or "2w" in seconds. Throws a Failure of
+ *  usage. */
+[[nodiscard]] long parseSpan(const std::string& text);
+
+/** A point in time: RFC 3339 with or without zone and seconds, a date, "now", or a span, which
+ * means that long ago. Without a zone it is local, or UTC with @p utc. Throws a Failure of usage.
+ */
+[[nodiscard]] long parseTime(const std::string& text, bool utc);
+
+/** Now. */
+[[nodiscard]] long currentTime();
+
+}  // namespace KELP::Tool

@@ -1,0 +1,71 @@
+#include "base/interrupt.h"
+
+#include <csignal>
+#include <cstdlib>
+
+namespace KELP::Tool {
+namespace {
+
+volatile std::sig_atomic_t caught = 0;
+
+void remember(int signal) {
+  caught = signal;
+}
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+}  // namespace
+
+void catchSignals() {
+  struct sigaction action {};
+  action.sa_handler = remember;
+  ::sigemptyset(&action.sa_mask);
+  for (const int signal : kSignals) {
+    struct sigaction before {};
+    ::sigaction(signal, nullptr, &before);
+    if (before.sa_handler != SIG_IGN) {  // Such as SIGHUP under nohup.
+      ::sigaction(signal, &action, nullptr);
+    }
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  // Not ignored: that would pass on to a program that is executed.
+  static_cast<void>(std::signal(SIGXFSZ, [](int) {}));
+}
+
+int interruptedBy() {
+  return caught;
+}
+
+void checkInterrupt() {
+  if (caught != 0) {
+    throw Interrupted{caught};
+  }
+}
+
+void waitForInterrupt() {
+  const BlockedSignals blocked;
+  while (caught == 0) {
+    ::sigsuspend(&blocked.before());
+  }
+}
+
+BlockedSignals::BlockedSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  for (const int signal : kSignals) {
+    ::sigaddset(&signals, signal);
+  }
+  ::pthread_sigmask(SIG_BLOCK, &signals, &before_);
+}
+
+BlockedSignals::~BlockedSignals() {
+  ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+void endBySignal(int signal) {
+  std::signal(signal, SIG_DFL);
+  ::raise(signal);
+  std::_Exit(128 + signal);
+}
+
+}  // namespace KELP::Tool

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <csignal>
+
+/** How the program ends when a signal asks it to: between two steps, with nothing left behind. */
+namespace KELP::Tool {
+
+/** Thrown where work stops because of a signal; main() then ends the process by that signal. */
+struct Interrupted {
+  int signal;
+};
+
+/** From now on SIGINT, SIGTERM and SIGHUP are remembered, and SIGPIPE and SIGXFSZ are
+ * failed writes. */
+void catchSignals();
+
+/** The signal that came, or 0. */
+[[nodiscard]] int interruptedBy();
+
+/** Throws Interrupted when a signal came. Long work calls it between its steps. */
+void checkInterrupt();
+
+/** Sleeps until a signal has come. */
+void waitForInterrupt();
+
+/** As long as it lives, the signals that are remembered do not reach this thread, nor the threads
+ *  that it starts. They come when it goes, or in a call that takes before() meanwhile. */
+class BlockedSignals {
+ public:
+  BlockedSignals();
+  ~BlockedSignals();
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+  /** What was blocked before. */
+  [[nodiscard]] const sigset_t& before() const { return before_; }
+
+ private:
+  sigset_t before_{};
+};
+
+/** Ends the process by @p signal, as its sender expects. */
+[[noreturn]] void endBySignal(int signal);
+
+}  // namespace KELP::Tool

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "check/subject.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/** The files of a report's contents, as its records and its directories have them. */
+namespace KELP::Tool {
+
+/** A variation of a property of files. */
+struct RecordedFile {
+  std::string property;
+  int level;
+  std::filesystem::path path;  ///< As recorded, completed by the report's directory.
+  std::string complaint;       ///< Why there is no such file, escaped; empty when there is.
+};
+
+[[nodiscard]] std::vector<RecordedFile> recordedFiles(const Subject& subject);
+
+/** Something under "contentfiles" that no record names. */
+struct Orphan {
+  std::filesystem::path path;
+  bool isEmptyDirectory;  ///< With nothing but directories in it, of no property that there is.
+};
+
+/**
+ * What no record names. The empty directories that removed variations leave belong to their
+ * property, and what is below a directory that a record names belongs to that.
+ */
+[[nodiscard]] std::vector<Orphan> orphansOf(const Subject& subject);
+
+}  // namespace KELP::Tool

@@ -1,0 +1,182 @@
+#include "check/finders.h"
+
+#include "base/text.h"
+#include "check/contentfiles.h"
+
+#include <diagnostic/diagnosticreport.h>
+#include <diagnostic/reportuuid.h>
+
+#include <utility>
+
+namespace KELP::Tool {
+namespace {
+
+namespace fs = std::filesystem;
+using Diagnostic::DiagnosticReport;
+using Diagnostic::ReportUuid;
+
+Finding found(FindingKind kind, const Subject& subject, fs::path path, std::string detail) {
+  return {kind, subject.report.name, std::move(path), std::move(detail)};
+}
+
+std::string quoted(const std::string& name) {
+  return "\"" + escaped(name) + "\"";
+}
+
+void findHalfMade(const Subject& subject, Findings& findings) {
+  const auto add = [&](const std::string& what, Remedy remedy = Remedy::None) {
+    findings.push_back(found(FindingKind::HalfMade, subject, subject.directory(), what));
+    findings.back().remedy = remedy;
+  };
+  if (entriesOf(subject.directory()).empty()) {
+    add("the directory is empty", Remedy::RemoveEmptyReport);
+    return;
+  }
+  if (!subject.lock) {
+    add("\"lock\" is missing");
+  }
+  if (!subject.store) {
+    add("\"metadata.db\" is missing");
+  }
+  if (!subject.missingKeys.empty()) {
+    std::string keys;
+    for (const std::string& key : subject.missingKeys) {
+      keys += (keys.empty() ? "" : ", ") + key;
+    }
+    add("the metadata lack " + keys);
+  }
+}
+
+void findDamagedStore(const Subject& subject, Findings& findings) {
+  if (subject.store && subject.store->isFile() && !subject.isReadable) {
+    findings.push_back(found(FindingKind::DamagedStore, subject, subject.store->path,
+                             "\"metadata.db\" cannot be read"));
+  }
+}
+
+void findWrongFile(const Subject& subject, Findings& findings) {
+  struct Part {
+    const char* name;
+    bool isDirectory;
+  };
+  constexpr Part kParts[] = {
+      {DiagnosticReport::kReportLockFilename, false},
+      {DiagnosticReport::kReportMetadataFilename, false},
+      {DiagnosticReport::kReportTmpDirectoryName, true},
+      {DiagnosticReport::kReportContentFilesDirectoryName, true},
+  };
+  for (const auto& [name, isDirectory] : kParts) {
+    const auto entry = entryAt(subject.directory() / name);
+    if (entry && (isDirectory ? !entry->isDirectory() : !entry->isFile())) {
+      findings.push_back(found(FindingKind::WrongFile, subject, entry->path,
+                               quoted(name) + " is " + entry->typeText()));
+    }
+  }
+}
+
+void findMismatch(const Subject& subject, Findings& findings) {
+  const auto& id = subject.report.metadata.reportId;
+  if (id && *id != subject.report.id) {
+    findings.push_back(found(FindingKind::MismatchedIdentifier, subject, subject.store->path,
+                             "the metadata are those of " + id->toString()));
+  }
+}
+
+void findUnreadableContents(const Subject& subject, Findings& findings) {
+  if (subject.hasContents && !subject.report.metadata.contents) {
+    findings.push_back(found(FindingKind::UnreadableContents, subject, subject.store->path,
+                             "the list of contents cannot be read"));
+  }
+}
+
+void findMissingFiles(const Subject& subject, Findings& findings) {
+  for (const RecordedFile& record : recordedFiles(subject)) {
+    if (!record.complaint.empty()) {
+      findings.push_back(found(FindingKind::MissingFile, subject, record.path,
+                               quoted(record.property) + " at level " +
+                                   std::to_string(record.level) + ": " + record.complaint));
+    }
+  }
+}
+
+void findOrphans(const Subject& subject, Findings& findings) {
+  // Without a list that could be read, nobody knows what it names.
+  if (!subject.isReadable || (subject.hasContents && !subject.report.metadata.contents)) {
+    return;
+  }
+  for (const Orphan& orphan : orphansOf(subject)) {
+    const std::string name = quoted(orphan.path.lexically_relative(subject.directory()).native());
+    findings.push_back(found(FindingKind::OrphanFile, subject, orphan.path,
+                             orphan.isEmptyDirectory
+                                 ? name + " is an empty directory of no property"
+                                 : name + " is named by no record"));
+    findings.back().remedy =
+        orphan.isEmptyDirectory ? Remedy::RemoveEmptyDirectories : Remedy::None;
+  }
+}
+
+void findTemporaries(const Subject& subject, Findings& findings) {
+  if (subject.report.lock != LockState::Free) {
+    return;  // Whoever reads the report may have them.
+  }
+  const auto add = [&](const Entry& entry) {
+    const fs::path name = entry.path.lexically_relative(subject.directory());
+    findings.push_back(found(FindingKind::LeftoverTemporary, subject, entry.path,
+                             quoted(name.native()) + " is left over"));
+    findings.back().remedy = Remedy::RemoveTree;
+  };
+  const auto scratch = entryAt(subject.directory() / DiagnosticReport::kReportTmpDirectoryName);
+  if (scratch && scratch->isDirectory()) {
+    for (const Entry& entry : entriesOf(scratch->path)) {
+      add(entry);
+    }
+  }
+  if (const auto next = entryAt(subject.directory() / "metadata.db.compact")) {
+    add(*next);
+  }
+}
+
+constexpr void (*kFinders[])(const Subject&, Findings&) = {
+    findHalfMade,           findDamagedStore, findWrongFile, findMismatch,
+    findUnreadableContents, findMissingFiles, findOrphans,   findTemporaries,
+};
+
+/** Why an entry of the root is no report; empty when it is one. */
+std::string objectionTo(const Entry& entry) {
+  const std::string name = entry.path.filename();
+  ReportUuid id;
+  const std::string type = entry.typeText();
+  if (!id.parse(name.c_str())) {
+    return type + " that is no report";
+  }
+  if (id.toString() != name) {
+    return type + " with an identifier in upper case";
+  }
+  if (id.isNull()) {
+    return type + " with the null identifier";
+  }
+  return entry.isDirectory() ? "" : type + " in the place of a report";
+}
+
+}  // namespace
+
+Findings findInReport(const Subject& subject) {
+  Findings findings;
+  for (const auto find : kFinders) {
+    find(subject, findings);
+  }
+  return findings;
+}
+
+std::optional<Finding> findNoReport(const Entry& entry) {
+  const std::string objection = objectionTo(entry);
+  if (objection.empty()) {
+    return std::nullopt;
+  }
+  return Finding{FindingKind::NoReport,
+                 {},
+                 entry.path,
+                 quoted(entry.path.filename().native()) + " is " + objection};
+}
+
+}  // namespace KELP::Tool

@@ -1,0 +1,67 @@
+#include "reports/access.h"
+
+#include "base/failure.h"
+#include "base/interrupt.h"
+#include "base/log.h"
+#include "reports/repository.h"
+
+#include <diagnostic/diagnosticdata.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace KELP::Tool {
+
+using Diagnostic::DiagnosticReport;
+
+bool takeWriteLock(DiagnosticReport& report, long waitMs) {
+  using Clock = std::chrono::steady_clock;
+  using std::chrono::milliseconds;
+  constexpr milliseconds kStep{250};
+  constexpr milliseconds kLongest = std::chrono::hours(24 * 365);
+  const auto end = Clock::now() + std::min(milliseconds(waitMs), kLongest);
+  for (;;) {
+    checkInterrupt();
+    const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
+    if (report.waitForAndAquireWriteLock(std::clamp(left, milliseconds(0), kStep).count())) {
+      return true;
+    }
+    if (left <= kStep) {
+      return false;
+    }
+  }
+}
+
+std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& root,
+                                                const std::string& prefix, long waitMs) {
+  const StoredReport stored = findReport(root, prefix);
+  const auto refuseBusy = [&] {
+    throw Failure(ExitStatus::Busy, "the report " + stored.name + " is in use by another process");
+  };
+  if (stored.lock == LockState::Write && waitMs <= 0) {
+    refuseBusy();  // Opening would wait for the writer.
+  }
+  if (!stored.isSound()) {
+    throw Failure(ExitStatus::Damage, "the report " + stored.name + " is " + stored.stageText());
+  }
+  auto report = Diagnostic::DiagnosticData(root).openReport(stored.id);
+  if (!report) {
+    throw Failure(ExitStatus::Failed, lastLoggedError());
+  }
+  if (!takeWriteLock(*report, waitMs)) {
+    refuseBusy();
+  }
+  return report;
+}
+
+void require(const DiagnosticReport::Result& result) {
+  if (!result) {
+    std::string message = result.error().message;
+    if (const std::error_code code = result.error().code; code) {
+      message += ": " + code.message();
+    }
+    throw Failure(ExitStatus::Failed, message);
+  }
+}
+
+}  // namespace KELP::Tool
