@@ -21,9 +21,10 @@
 namespace KELP::OS {
 namespace {
 
-/** How long events may stay with the kernel while a callback runs. Its queue holds thousands, and
- *  most callbacks are over sooner. */
-constexpr std::chrono::milliseconds kRelief{1};
+/** How long events may stay with the kernel while a callback runs. Its queue usually holds 16,384,
+ * which two processors cannot cause in this time, and most callbacks are over sooner. The longer it
+ * is, the less often does a second thread wake up beside a series of events. */
+constexpr std::chrono::milliseconds kRelief{4};
 
 /** One watch, as long as anybody may call it. */
 struct Watch {
