@@ -3,13 +3,15 @@
 #include "integration/observer/observerfixture.h"
 #include "integration/observer/producer.h"
 #include "support/childprocess.h"
+#include "support/threadcount.h"
+#include "support/waituntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -40,20 +42,9 @@ std::vector<std::string> openFiles() {
   return files;
 }
 
-/** The kernel's own count: a thread that ends makes listing the others unreliable. */
-int threads() {
-  const std::string label = "Threads:";
-  const std::string status = readFile("/proc/self/status");
-  return std::stoi(status.substr(status.find(label) + label.size()));
-}
-
-/** The kernel counts a thread for a moment after it was joined. */
-void awaitThreads(int expected) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (threads() != expected && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::yield();
-  }
-  EXPECT_EQ(threads(), expected);
+void awaitThreads(std::size_t expected) {
+  waitUntil([&] { return threadCount() == expected; });
+  EXPECT_EQ(threadCount(), expected);
 }
 
 class ObserverResources : public ObserverTest {
@@ -63,14 +54,14 @@ class ObserverResources : public ObserverTest {
   Producer producer_{root_};
   const std::unique_ptr<Observer> observer_ = makeObserver();
   const std::vector<std::string> files_ = openFiles();
-  const int threads_ = threads();
+  const std::size_t threads_ = threadCount();
 };
 
 TEST_F(ObserverResources, AreGivenBackByEachStop) {
   for (int round = 0; round < 50; ++round) {
     observer_->start();
     EXPECT_GT(openFiles().size(), files_.size());
-    EXPECT_GT(threads(), threads_);
+    EXPECT_GT(threadCount(), threads_);
     static_cast<void>(takeAll());
     observer_->stop();
     recorder_.disbelieve();
@@ -114,15 +105,15 @@ TEST_F(ObserverResources, AreGivenBackByAStopInsideTheCallback) {
 TEST_F(ObserverResources, AreNoMoreForManyReports) {
   observer_->start();
   const std::vector<std::string> files = openFiles();
-  const int running = threads();
+  const std::size_t running = threadCount();
   producer_.request("create-many 200");
   static_cast<void>(takeAll());
   EXPECT_EQ(openFiles(), files);
-  EXPECT_EQ(threads(), running);
+  EXPECT_EQ(threadCount(), running);
   producer_.request("delete-many");
   static_cast<void>(takeAll());
   EXPECT_EQ(openFiles(), files);
-  EXPECT_EQ(threads(), running);
+  EXPECT_EQ(threadCount(), running);
 }
 
 TEST_F(ObserverResources, AreNotInheritedByExecutedPrograms) {

@@ -15,6 +15,7 @@
 //   churn               creates, changes and deletes reports until the next line comes
 //   grow                creates and changes reports until the next line comes
 
+#include "integration/arguments.h"
 #include "integration/observer/reportlife.h"
 
 #include <diagnostic/diagnosticdata.h>
@@ -41,6 +42,8 @@ namespace {
 using KELP::Diagnostic::DiagnosticData;
 using KELP::Diagnostic::DiagnosticReport;
 using KELP::Diagnostic::ReportUuid;
+using KELP::Test::next;
+using KELP::Test::nextId;
 using Arguments = std::istringstream;
 using Report = DiagnosticReport;
 
@@ -51,23 +54,6 @@ void demand(const Report::Result& result) {
   if (!result) {
     throw std::runtime_error(result.error().message);
   }
-}
-
-template <typename T>
-T next(Arguments& arguments) {
-  T value{};
-  if (!(arguments >> value)) {
-    throw std::invalid_argument("an argument is missing");
-  }
-  return value;
-}
-
-ReportUuid nextId(Arguments& arguments) {
-  ReportUuid id;
-  if (!id.parse(next<std::string>(arguments).c_str())) {
-    throw std::invalid_argument("not an identifier");
-  }
-  return id;
 }
 
 void forEachId(Arguments& arguments, const std::function<void(const ReportUuid&)>& act) {

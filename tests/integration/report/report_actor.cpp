@@ -1,6 +1,7 @@
 // A process that uses reports as it is told on its standard input: one command a line, one answer a
 // line, "ok" or "error CODE MESSAGE" for what can fail.
 
+#include "integration/arguments.h"
 #include "integration/report/race.h"
 
 #include <diagnostic/diagnosticdata.h>
@@ -24,6 +25,8 @@ namespace {
 using KELP::Diagnostic::DiagnosticData;
 using KELP::Diagnostic::DiagnosticReport;
 using KELP::Diagnostic::ReportUuid;
+using KELP::Test::next;
+using KELP::Test::nextId;
 using Arguments = std::istringstream;
 using Report = DiagnosticReport;
 
@@ -32,23 +35,6 @@ std::string answer(const Report::Result& result) {
     return "ok";
   }
   return "error " + std::to_string(result.error().code.value()) + " " + result.error().message;
-}
-
-template <typename T>
-T next(Arguments& arguments) {
-  T value{};
-  if (!(arguments >> value)) {
-    throw std::invalid_argument("an argument is missing");
-  }
-  return value;
-}
-
-ReportUuid nextId(Arguments& arguments) {
-  ReportUuid id;
-  if (!id.parse(next<std::string>(arguments).c_str())) {
-    throw std::invalid_argument("not an identifier");
-  }
-  return id;
 }
 
 /** Starts a program that outlives the command, by fork and exec. @return its process id. */

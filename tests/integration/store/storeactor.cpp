@@ -18,6 +18,7 @@
 //
 // Anything that goes wrong otherwise ends it with status 1 and a message.
 
+#include "integration/arguments.h"
 #include "integration/store/churn.h"
 #include "support/childprocess.h"
 #include "unit/os/storefixture.h"
@@ -39,6 +40,7 @@
 namespace {
 
 using KELP::OS::KeyValueStore;
+using KELP::Test::next;
 using KELP::Test::StoreChange;
 
 using Clock = std::chrono::steady_clock;
@@ -65,15 +67,6 @@ class Actor {
 
  private:
   using Command = std::string (Actor::*)(std::istream&);
-
-  template <typename T>
-  static T next(std::istream& words) {
-    T word{};
-    if (!(words >> word)) {
-      throw std::runtime_error("a word is missing");
-    }
-    return word;
-  }
 
   KeyValueStore& store() {
     if (!store_) throw std::runtime_error("no store is open");

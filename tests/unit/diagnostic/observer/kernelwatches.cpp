@@ -1,17 +1,18 @@
 #include "unit/diagnostic/observer/kernelwatches.h"
 
+#include "support/threadcount.h"
+#include "support/waituntil.h"
+
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
 
 namespace KELP::Test {
 namespace {
@@ -41,24 +42,6 @@ std::vector<KernelWatch> watchesIn(const fs::path& list) {
   return watches;
 }
 
-std::size_t entriesIn(const fs::path& directory) {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
-}
-
-/** Asks until it is so, or for a long time. @return whether it is so. */
-template <typename Condition>
-bool comesTrue(const Condition& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, const KernelWatch& watch) {
@@ -80,7 +63,7 @@ std::vector<std::vector<KernelWatch>> inotifyInstances() {
 
 std::vector<KernelWatch> kernelWatches() {
   std::vector<std::vector<KernelWatch>> instances;
-  if (!comesTrue([&] { return (instances = inotifyInstances()).size() == 1; })) {
+  if (!waitUntil([&] { return (instances = inotifyInstances()).size() == 1; })) {
     throw std::runtime_error(std::to_string(instances.size()) + " inotify instances");
   }
   return instances.front();
@@ -99,12 +82,14 @@ std::ostream& operator<<(std::ostream& out, const Resources& resources) {
 }
 
 Resources resourcesNow() {
-  return {entriesIn("/proc/self/fd"), entriesIn("/proc/self/task")};
+  const auto descriptors =
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  return {static_cast<std::size_t>(descriptors), threadCount()};
 }
 
 Resources resourcesAfterReturnTo(const Resources& before) {
   Resources now{};
-  comesTrue([&] { return (now = resourcesNow()) == before; });
+  waitUntil([&] { return (now = resourcesNow()) == before; });
   return now;
 }
 

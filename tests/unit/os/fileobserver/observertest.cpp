@@ -10,15 +10,6 @@
 
 namespace KELP::Test {
 
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + kLimit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
 void Flag::set() {
   const std::lock_guard lock(mutex_);
   isSet_ = true;
@@ -27,7 +18,7 @@ void Flag::set() {
 
 bool Flag::wait() const {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kLimit, [this] { return isSet_; });
+  return changed_.wait_for(lock, kLongestWait, [this] { return isSet_; });
 }
 
 void Flag::hold() const {
@@ -77,7 +68,7 @@ std::vector<Seen> Recorder::seen() const {
 
 std::vector<Seen> Recorder::waitFor(std::size_t count) const {
   std::unique_lock lock(state_->mutex);
-  state_->changed.wait_for(lock, kLimit, [&] { return state_->seen.size() >= count; });
+  state_->changed.wait_for(lock, kLongestWait, [&] { return state_->seen.size() >= count; });
   return state_->seen;
 }
 

@@ -2,6 +2,7 @@
 
 #include "support/logcapture.h"
 #include "support/temporarydirectory.h"
+#include "support/waituntil.h"
 #include "unit/os/fileobserver/watchdog.h"
 
 #include <os/fileobserver.h>
@@ -26,13 +27,6 @@
 namespace KELP::Test {
 
 using OS::FileObserver;
-
-/** How long a test waits for what has to come. */
-constexpr std::chrono::seconds kLimit{30};
-
-/** Looks now and then whether @p condition holds, for what nobody tells of. @return whether it came
- *  to hold in time. */
-[[nodiscard]] bool waitUntil(const std::function<bool()>& condition);
 
 /** Something that happens once, on another thread. */
 class Flag {
