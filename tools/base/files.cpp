@@ -9,9 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <system_error>
 
 namespace KELP::Tool {
@@ -76,20 +74,6 @@ std::uint64_t sizeBelow(const fs::path& directory) {
     size += entry.isFile() ? static_cast<std::uint64_t>(entry.status.st_size) : 0;
   });
   return size;
-}
-
-std::string contentOf(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::ostringstream content;
-  if (!in || !(content << in.rdbuf()).flush()) {
-    if (std::error_code error;
-        fs::is_regular_file(file, error) && fs::file_size(file, error) == 0) {
-      return {};
-    }
-    throw Failure(ExitStatus::Failed, "cannot read " + escaped(file.native()) + ": " +
-                                          std::system_category().message(errno));
-  }
-  return content.str();
 }
 
 std::string standardInput() {

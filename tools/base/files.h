@@ -38,9 +38,6 @@ void forEachBelow(const std::filesystem::path& directory,
 /** The sizes of all files below @p directory, in bytes. */
 [[nodiscard]] std::uint64_t sizeBelow(const std::filesystem::path& directory);
 
-/** The whole of a file. Throws a Failure. */
-[[nodiscard]] std::string contentOf(const std::filesystem::path& file);
-
 /** All of the standard input. Throws a Failure, and Interrupted. */
 [[nodiscard]] std::string standardInput();
 

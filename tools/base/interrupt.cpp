@@ -32,20 +32,9 @@ void catchSignals() {
   static_cast<void>(std::signal(SIGXFSZ, [](int) {}));
 }
 
-int interruptedBy() {
-  return caught;
-}
-
 void checkInterrupt() {
   if (caught != 0) {
     throw Interrupted{caught};
-  }
-}
-
-void waitForInterrupt() {
-  const BlockedSignals blocked;
-  while (caught == 0) {
-    ::sigsuspend(&blocked.before());
   }
 }
 

@@ -14,14 +14,8 @@ struct Interrupted {
  * failed writes. */
 void catchSignals();
 
-/** The signal that came, or 0. */
-[[nodiscard]] int interruptedBy();
-
 /** Throws Interrupted when a signal came. Long work calls it between its steps. */
 void checkInterrupt();
-
-/** Sleeps until a signal has come. */
-void waitForInterrupt();
 
 /** As long as it lives, the signals that are remembered do not reach this thread, nor the threads
  *  that it starts. They come when it goes, or in a call that takes before() meanwhile. */

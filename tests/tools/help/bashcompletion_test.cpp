@@ -1,5 +1,5 @@
+#include "tools/help/completiontest.h"
 #include "tools/help/shell.h"
-#include "tools/support/repository.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,19 +17,9 @@ using testing::IsSupersetOf;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
-constexpr const char* kOne = "10000000-0000-4000-8000-000000000001";
-constexpr const char* kTwo = "20000000-0000-4000-8000-000000000002";
-
 /** What bash offers for the last of some words. */
-class BashCompletion : public testing::Test {
+class BashCompletion : public CompletionTest {
  protected:
-  BashCompletion() {
-    const auto one = repository_.create(kOne);
-    static_cast<void>(one->createReportStringProperty("plain", {}));
-    static_cast<void>(one->createReportStringProperty("with space", {}));
-    static_cast<void>(repository_.create(kTwo));
-  }
-
   [[nodiscard]] std::vector<std::string> offered(std::vector<std::string> words) const {
     words.insert(words.begin(), {"kelp-diagnostics", "-C", repository_.root()});
     std::vector<std::string> command{
@@ -41,8 +31,6 @@ class BashCompletion : public testing::Test {
     command.insert(command.end(), words.begin(), words.end());
     return linesOfShell(command);
   }
-
-  Repository repository_;
 };
 
 TEST_F(BashCompletion, OffersVerbs) {
