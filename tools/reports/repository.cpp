@@ -26,11 +26,6 @@ namespace fs = std::filesystem;
 using Diagnostic::DiagnosticReport;
 using Diagnostic::ReportUuid;
 
-bool isReportName(const std::string& name) {
-  ReportUuid id;
-  return id.parse(name.c_str()) && id.toString() == name;
-}
-
 std::string lowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
@@ -90,6 +85,11 @@ std::string StoredReport::stageText() const {
       break;
   }
   return nameOf(stageOf(metadata));
+}
+
+bool isReportName(const std::string& name) {
+  ReportUuid id;
+  return id.parse(name.c_str()) && id.toString() == name;
 }
 
 std::vector<std::string> reportNames(const fs::path& root) {

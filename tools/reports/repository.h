@@ -35,6 +35,9 @@ struct StoredReport {
   [[nodiscard]] std::string stageText() const;
 };
 
+/** Whether @p name is an identifier as directories are named after it, in lower case. */
+[[nodiscard]] bool isReportName(const std::string& name);
+
 /** The names of all report directories under @p root, sorted. Throws a Failure (NotFound) when the
  *  root is no directory, and another when it cannot be read. */
 [[nodiscard]] std::vector<std::string> reportNames(const std::filesystem::path& root);

@@ -1,47 +1,28 @@
 #include "base/clock.h"
 #include "base/failure.h"
+#include "base/files.h"
 #include "base/interrupt.h"
 #include "base/json.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "reports/follower.h"
 #include "reports/repository.h"
 #include "verbs/verb.h"
 
-#include <diagnostic/diagnosticdata.h>
-#include <diagnostic/diagnosticdataobserver.h>
-
-#include <poll.h>
 #include <stdio_ext.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <exception>
-#include <future>
-#include <memory>
-#include <mutex>
+#include <cstdio>
 #include <optional>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 namespace KELP::Tool {
 namespace {
-
-using Diagnostic::DiagnosticDataObserver;
-using Diagnostic::ReportUuid;
-using EventType = DiagnosticDataObserver::EventType;
-
-constexpr std::chrono::seconds kStartPatience{1};
 
 struct WatchOptions {
   std::vector<std::string> ids;
@@ -49,151 +30,30 @@ struct WatchOptions {
   std::optional<std::size_t> limit;
 };
 
-struct Event {
-  std::string id;
-  EventType type;
-  long time;
-};
-
-struct EventName {
-  EventType type;
+struct HappeningName {
   const char* text;
   const char* json;
   Style style;
 };
 
-constexpr std::array<EventName, 4> kEventNames{{
-    {EventType::REPORT_EXISTING, "EXISTING", "existing", Style::Dim},
-    {EventType::REPORT_ADDED, "ADDED   ", "added", Style::Green},
-    {EventType::REPORT_UPDATED, "UPDATED ", "updated", Style::Yellow},
-    {EventType::REPORT_REMOVED, "REMOVED ", "removed", Style::Red},
+/** In the order of Happening. */
+constexpr std::array<HappeningName, 4> kHappeningNames{{
+    {"EXISTING", "existing", Style::Dim},
+    {"ADDED   ", "added", Style::Green},
+    {"UPDATED ", "updated", Style::Yellow},
+    {"REMOVED ", "removed", Style::Red},
 }};
 
-const EventName& nameOf(EventType type) {
-  return kEventNames.at(static_cast<std::size_t>(type));
+const HappeningName& nameOf(Happening happening) {
+  return kHappeningNames.at(static_cast<std::size_t>(happening));
 }
-
-/** What other threads hand to the one that prints. That one waits until something came, a signal
- *  came, or nobody reads the standard output any more. */
-class EventQueue {
- public:
-  EventQueue() : wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wake_ < 0) {
-      throw Failure(ExitStatus::Failed, "cannot wait: " + std::system_category().message(errno));
-    }
-  }
-  ~EventQueue() { ::close(wake_); }
-  EventQueue(const EventQueue&) = delete;
-  EventQueue& operator=(const EventQueue&) = delete;
-
-  /** From any thread. */
-  void push(Event event) {
-    {
-      const std::lock_guard lock(mutex_);
-      events_.push_back(std::move(event));
-    }
-    wake();
-  }
-
-  /** The starting of the observer failed, or is done (null). From any thread. */
-  void finishStart(std::exception_ptr failure) {
-    {
-      const std::lock_guard lock(mutex_);
-      failure_ = std::move(failure);
-    }
-    wake();
-  }
-
-  /** All that came. Throws Interrupted, and what the starting failed with. */
-  std::vector<Event> take() {
-    while (!isReady()) {
-      waitForMore();
-    }
-    const std::lock_guard lock(mutex_);
-    if (events_.empty()) {
-      std::rethrow_exception(failure_);
-    }
-    return std::exchange(events_, {});
-  }
-
- private:
-  void wake() const {
-    const std::uint64_t one = 1;
-    // It can only fail when a wake-up is pending already.
-    [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof(one));
-  }
-
-  bool isReady() {
-    std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t size = ::read(wake_, &count, sizeof(count));
-    const std::lock_guard lock(mutex_);
-    return !events_.empty() || failure_;
-  }
-
-  /** Signals are let in only while it waits, so none comes unseen between the look and the wait. */
-  void waitForMore() const {
-    const BlockedSignals blocked;
-    checkInterrupt();
-    std::array<pollfd, 2> polled{{{wake_, POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
-    ::ppoll(polled.data(), polled.size(), nullptr, &blocked.before());
-    checkInterrupt();
-    if (polled[1].revents != 0) {
-      throw Interrupted{SIGPIPE};
-    }
-  }
-
-  int wake_;
-  std::mutex mutex_;
-  std::vector<Event> events_;
-  std::exception_ptr failure_;
-};
-
-/**
- * The observer, started on a thread of its own: starting opens every report and may wait a second
- * for each that is being written, and meanwhile what came shall be printed and signals be heeded.
- */
-class Watching {
- public:
-  Watching(const std::filesystem::path& root, DiagnosticDataObserver::Callback callback,
-           EventQueue& queue)
-      : observer_(std::make_shared<Diagnostic::DiagnosticData>(root), std::move(callback),
-                  nullptr) {
-    const BlockedSignals blocked;  // The observer's threads inherit it: signals are for this one.
-    starter_ = std::thread([this, &queue] {
-      std::exception_ptr failure;
-      try {
-        observer_.start();
-      } catch (...) {
-        failure = std::current_exception();
-      }
-      queue.finishStart(failure);
-      hasStarted_.set_value();
-    });
-  }
-
-  /** Ends it. When that would take long, since it has not even started, the process ends here. */
-  void end(ExitStatus status) {
-    if (hasStarted_.get_future().wait_for(kStartPatience) != std::future_status::ready) {
-      std::_Exit(static_cast<int>(status));
-    }
-  }
-
-  ~Watching() { starter_.join(); }
-  Watching(const Watching&) = delete;
-  Watching& operator=(const Watching&) = delete;
-
- private:
-  DiagnosticDataObserver observer_;
-  std::promise<void> hasStarted_;
-  std::thread starter_;
-};
 
 /** Prints events with what their reports are now. */
 class Printer {
  public:
   explicit Printer(const Context& context) : context_(context) {}
 
-  void print(const Event& event) const {
+  void print(const ReportEvent& event) const {
     const std::optional<StoredReport> report = reportOf(event);
     if (context_.json) {
       printJsonLine(describe(event, report));
@@ -204,19 +64,18 @@ class Printer {
   }
 
  private:
-  [[nodiscard]] std::optional<StoredReport> reportOf(const Event& event) const {
-    std::error_code error;
-    if (event.type == EventType::REPORT_REMOVED ||
-        !std::filesystem::exists(context_.root / event.id, error)) {
+  [[nodiscard]] std::optional<StoredReport> reportOf(const ReportEvent& event) const {
+    if (event.happening == Happening::Removed || !entryAt(context_.root / event.name)) {
       return std::nullopt;
     }
-    return readReport(context_.root, event.id, locks_);
+    return readReport(context_.root, event.name, locks_);
   }
 
-  [[nodiscard]] std::string lineOf(const Event& event,
+  [[nodiscard]] std::string lineOf(const ReportEvent& event,
                                    const std::optional<StoredReport>& report) const {
     std::string line = timeText(event.time, context_.utc) + "  " +
-                       styled(nameOf(event.type).text, nameOf(event.type).style) + "  " + event.id;
+                       styled(nameOf(event.happening).text, nameOf(event.happening).style) + "  " +
+                       event.name;
     if (report) {
       const Metadata& metadata = report->metadata;
       line += "  " + report->stageText();
@@ -226,12 +85,12 @@ class Printer {
     return line + "\n";
   }
 
-  [[nodiscard]] Json::Value describe(const Event& event,
+  [[nodiscard]] Json::Value describe(const ReportEvent& event,
                                      const std::optional<StoredReport>& report) const {
     Json::Value value(Json::objectValue);
     value["schema"] = kJsonSchema;
-    value["event"] = nameOf(event.type).json;
-    value["id"] = event.id;
+    value["event"] = nameOf(event.happening).json;
+    value["id"] = event.name;
     value["time"] = timeText(event.time, context_.utc);
     value["stage"] = report ? Json::Value(report->stageText()) : Json::Value();
     value["app"] =
@@ -274,12 +133,19 @@ bool beginsWithAny(const std::string& id, const std::vector<std::string>& prefix
 }
 
 /** Prints what comes, to the limit. */
-void printEvents(EventQueue& queue, const Printer& printer, std::optional<std::size_t> limit) {
+void printEvents(const Context& context, const WatchOptions& options) {
+  const std::vector<std::string> prefixes = prefixesOf(options.ids);
+  const Printer printer(context);
+  Follower follower(context.root);
   for (std::size_t printed = 0;;) {
-    for (const Event& event : queue.take()) {
+    for (const ReportEvent& event : follower.take()) {
       checkInterrupt();
+      if (!beginsWithAny(event.name, prefixes) ||
+          (options.noExisting && event.happening == Happening::Existing)) {
+        continue;
+      }
       printer.print(event);
-      if (++printed == limit) {
+      if (++printed == options.limit) {
         return;
       }
     }
@@ -287,29 +153,14 @@ void printEvents(EventQueue& queue, const Printer& printer, std::optional<std::s
 }
 
 ExitStatus watch(const Context& context, const WatchOptions& options) {
-  const std::vector<std::string> prefixes = prefixesOf(options.ids);
-  static_cast<void>(reportNames(context.root));  // Throws when there is no such root.
-  EventQueue queue;
-  const Printer printer(context);
-  Watching watching(
-      context.root,
-      [&](const ReportUuid& uuid, EventType type, void* /*userData*/) {
-        std::string id = uuid.toString();
-        if (beginsWithAny(id, prefixes) &&
-            !(options.noExisting && type == EventType::REPORT_EXISTING)) {
-          queue.push({std::move(id), type, currentTime()});
-        }
-      },
-      queue);
   try {
-    printEvents(queue, printer, options.limit);
+    printEvents(context, options);
   } catch (const Interrupted& interrupted) {
     if (interrupted.signal != SIGINT && interrupted.signal != SIGTERM) {
-      endBySignal(interrupted.signal);  // At once, even while the observer is starting.
+      throw;
     }
     ::__fpurge(stdout);  // The rest of a line that its reader did not take.
   }
-  watching.end(ExitStatus::Done);
   return ExitStatus::Done;
 }
 

@@ -1,7 +1,7 @@
 // Verbs that only read change nothing, lock nothing, and need no permission to write.
 
 #include "tools/reading/readingfixture.h"
-#include "tools/reading/systemcallfilter.h"
+#include "tools/support/systemcallfilter.h"
 
 #include <diagnostic/diagnosticreport.h>
 
@@ -106,17 +106,17 @@ TEST_P(ReadingVerb, NeedsNoPermissionToWrite) {
   EXPECT_EQ(result.output, run(GetParam().arguments).output);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ReadingVerb,
-                         testing::Values(Reading{"List", {"list"}},
-                                         Reading{"ListJson", {"list", "--json"}},
-                                         Reading{"Show", {"show", kFirst, "--all-levels", "--utc"}},
-                                         Reading{"ShowDamaged", {"show", kSecond}, 5},
-                                         Reading{"ShowHalfMade", {"show", kThird}, 5},
-                                         Reading{"CatValue", {"cat", kFirst, "note"}},
-                                         Reading{"CatFile", {"cat", kFirst, "log"}},
-                                         Reading{"Stats", {"stats"}},
-                                         Reading{"StatsJson", {"stats", "--json"}}),
-                         [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    All, ReadingVerb,
+    testing::Values(Reading{"List", {"list"}}, Reading{"ListJson", {"list", "--json"}},
+                    Reading{"Show", {"show", kFirst, "--all-levels", "--utc"}},
+                    Reading{"ShowDamaged", {"show", kSecond}, 5},
+                    Reading{"ShowHalfMade", {"show", kThird}, 5},
+                    Reading{"CatValue", {"cat", kFirst, "note"}},
+                    Reading{"CatFile", {"cat", kFirst, "log"}}, Reading{"Stats", {"stats"}},
+                    Reading{"StatsJson", {"stats", "--json"}}, Reading{"Check", {"check"}, 5},
+                    Reading{"CheckJson", {"check", "--json"}, 5}),
+    [](const auto& test) { return test.param.name; });
 
 /** A report that its reader may not read. */
 TEST_F(ReadingTest, ShowsAReportThatMayNotBeReadAsDamaged) {

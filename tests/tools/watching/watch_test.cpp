@@ -1,3 +1,4 @@
+#include "tools/support/systemcallfilter.h"
 #include "tools/support/tool.h"
 #include "tools/watching/watchtest.h"
 
@@ -5,6 +6,8 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 namespace KELP::Test {
 namespace {
@@ -19,6 +22,20 @@ using testing::StartsWith;
 constexpr const char* kFirst = "11111111-1111-4111-8111-111111111111";
 constexpr const char* kSecond = "22222222-2222-4222-8222-222222222222";
 constexpr const char* kLast = "99999999-9999-4999-8999-999999999999";
+
+/** Raises more events in @p report than the kernel keeps for a process that takes none. */
+void fillKernelQueue(const std::filesystem::path& report) {
+  std::size_t size = 0;
+  std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> size;
+  ASSERT_GT(size, 0U);
+  // Two names in turn, for the kernel counts an event that is as the last one only once.
+  writeFile(report / "one", "");
+  writeFile(report / "two", "");
+  for (std::size_t raised = 0; raised < size + 100; raised += 2) {
+    std::ofstream(report / "one");
+    std::ofstream(report / "two");
+  }
+}
 
 TEST_F(WatchTest, WhatExistsIsPrintedFirstWithWhatItIs) {
   {
@@ -125,13 +142,6 @@ TEST_F(WatchTest, ItEndsAfterSoManyEvents) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST_F(WatchTest, WhatTheLibraryLogsIsForVerboseAlone) {
-  createClosed(kFirst);
-  const std::string line = "Removing subfile watcher";
-  EXPECT_EQ(runTool(repository_.arguments({"watch", "-n", "1"})).errors, "");
-  EXPECT_THAT(runTool(repository_.arguments({"-v", "watch", "-n", "1"})).errors, HasSubstr(line));
-}
-
 TEST_F(WatchTest, AProcessNameCannotWriteToTheTerminal) {
   {
     const auto report = repository_.create(kFirst);
@@ -171,6 +181,98 @@ TEST_F(WatchTest, NothingIsChangedInTheRepository) {
   line();
   EXPECT_EQ(end(SIGTERM), 0);
   EXPECT_EQ(repository_.snapshot(), before);
+}
+
+TEST_F(WatchTest, NothingIsLockedOrOpenedForWriting) {
+  createClosed(kFirst);
+  const auto written = repository_.create(kSecond);
+  ASSERT_TRUE(written->acquireWriteLock(true));
+  bool isForbidden = false;
+  ToolResult result;
+  // The filter stays with the thread.
+  std::thread([&] {
+    isForbidden = forbidLocksAndWrites();
+    result = runTool(repository_.arguments({"watch", "-n", "2"}));
+  }).join();
+  ASSERT_TRUE(isForbidden);
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_THAT(result.lines(), SizeIs(2));
+}
+
+TEST_F(WatchTest, AReportThatIsBeingWrittenIsToldToo) {
+  const auto written = repository_.create(kFirst);
+  ASSERT_TRUE(written->acquireWriteLock(true));
+  start({});
+  EXPECT_THAT(line(), HasSubstr(std::string("EXISTING  ") + kFirst));
+  ASSERT_TRUE(written->setDescription("changed"));
+  EXPECT_THAT(line(), HasSubstr(std::string("UPDATED   ") + kFirst));
+}
+
+TEST_F(WatchTest, ADirectoryThatIsMovedAwayIsRemovedAndWhereItComesAdded) {
+  createClosed(kFirst);
+  const std::filesystem::path aside = repository_.root() / "aside";
+  start({});
+  line();
+  std::filesystem::rename(repository_.root() / kFirst, aside);
+  EXPECT_THAT(line(), EndsWith(std::string("REMOVED   ") + kFirst));
+  std::filesystem::rename(aside, repository_.root() / kFirst);
+  EXPECT_THAT(line(), HasSubstr(std::string("ADDED     ") + kFirst));
+  describe(kFirst, "changed");
+  EXPECT_THAT(line(), HasSubstr(std::string("UPDATED   ") + kFirst));
+}
+
+TEST_F(WatchTest, ADirectoryThatGetsAnotherNameIsAnotherReport) {
+  createClosed(kFirst);
+  start({});
+  line();
+  std::filesystem::rename(repository_.root() / kFirst, repository_.root() / kSecond);
+  EXPECT_THAT(line(), EndsWith(std::string("REMOVED   ") + kFirst));
+  EXPECT_THAT(line(), HasSubstr(std::string("ADDED     ") + kSecond + "  mismatched"));
+}
+
+TEST_F(WatchTest, MetadataThatGoesAndComesIsARemovalAndAnAddition) {
+  createClosed(kFirst);
+  const std::filesystem::path store = repository_.root() / kFirst / "metadata.db";
+  const std::filesystem::path aside = repository_.root() / kFirst / "aside";
+  start({});
+  line();
+  std::filesystem::rename(store, aside);
+  EXPECT_THAT(line(), EndsWith(std::string("REMOVED   ") + kFirst));
+  std::filesystem::rename(aside, store);
+  EXPECT_THAT(line(), HasSubstr(std::string("ADDED     ") + kFirst));
+  std::filesystem::remove(store);
+  EXPECT_THAT(line(), EndsWith(std::string("REMOVED   ") + kFirst));
+}
+
+TEST_F(WatchTest, AReportInPlaceOfAnotherIsARemovalAndAnAddition) {
+  createClosed(kFirst);
+  start({});
+  line();
+  tool_->signal(SIGSTOP);  // It sees both at once.
+  std::filesystem::remove_all(repository_.root() / kFirst);
+  createClosed(kFirst);
+  tool_->signal(SIGCONT);
+  EXPECT_THAT(line(), EndsWith(std::string("REMOVED   ") + kFirst));
+  EXPECT_THAT(line(), HasSubstr(std::string("ADDED     ") + kFirst));
+  describe(kFirst, "changed");
+  EXPECT_THAT(line(), HasSubstr(std::string("UPDATED   ") + kFirst));
+}
+
+TEST_F(WatchTest, WhatTheKernelLosesIsLookedFor) {
+  createClosed(kFirst);
+  createClosed(kSecond);
+  start({});
+  line();
+  line();
+  tool_->signal(SIGSTOP);
+  fillKernelQueue(repository_.root() / kFirst);
+  std::filesystem::remove_all(repository_.root() / kSecond);
+  createClosed(kLast);
+  tool_->signal(SIGCONT);
+  lineWith({std::string("REMOVED   ") + kSecond});
+  lineWith({std::string("ADDED     ") + kLast});
+  describe(kLast, "changed");
+  lineWith({std::string("UPDATED   ") + kLast});
 }
 
 TEST_F(WatchTest, ARootThatIsNotThereIsNotFound) {

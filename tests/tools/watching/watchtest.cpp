@@ -10,23 +10,11 @@
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 
 namespace KELP::Test {
 
 namespace fs = std::filesystem;
 using Diagnostic::ReportUuid;
-
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 std::size_t watchesOf(pid_t process) {
   std::size_t count = 0;

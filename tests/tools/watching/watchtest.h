@@ -1,24 +1,18 @@
 #pragma once
 
 #include "support/childprocess.h"
+#include "support/waituntil.h"
 #include "tools/support/repository.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
 
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace KELP::Test {
-
-constexpr std::chrono::seconds kPatience{30};
-
-/** Looks again and again until @p condition holds. @return whether it came to that in time. */
-[[nodiscard]] bool waitUntil(const std::function<bool()>& condition);
 
 /** How many files and directories the process watches. */
 [[nodiscard]] std::size_t watchesOf(pid_t process);

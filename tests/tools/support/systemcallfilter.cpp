@@ -1,4 +1,4 @@
-#include "tools/reading/systemcallfilter.h"
+#include "tools/support/systemcallfilter.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
