@@ -60,7 +60,11 @@ class LogFormat {
 template <typename... Args>
 void log(android_LogPriority priority, LogFormat<std::type_identity_t<Args>...> format,
          Args... arguments) {
+  // The format has been checked against the arguments, at compile time.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
   __android_log_print(priority, kLogTag, format.text(), arguments...);
+#pragma GCC diagnostic pop
 }
 
 /** Writes one line at error priority. */
