@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 
 /** The documents that `--json` prints. */
@@ -10,6 +11,12 @@ namespace KELP::Tool {
 /** The version of the documents' form. A number that is raised when a member changes its meaning or
  *  goes away; new members may come at any time. */
 constexpr int kJsonSchema = 1;
+
+/** null when there is no value. */
+template <typename T>
+[[nodiscard]] Json::Value orNull(const std::optional<T>& value) {
+  return value ? Json::Value(*value) : Json::Value();
+}
 
 /** An object with "schema" and, under @p name, the empty array @p name. */
 [[nodiscard]] Json::Value jsonDocument(const char* name);

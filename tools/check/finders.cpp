@@ -38,9 +38,9 @@ void findHalfMade(const Subject& subject, Findings& findings) {
   if (!subject.store) {
     add("\"metadata.db\" is missing");
   }
-  if (!subject.missingKeys.empty()) {
+  if (!subject.report.metadata.missing.empty()) {
     std::string keys;
-    for (const std::string& key : subject.missingKeys) {
+    for (const std::string& key : subject.report.metadata.missing) {
       keys += (keys.empty() ? "" : ", ") + key;
     }
     add("the metadata lack " + keys);
@@ -48,7 +48,7 @@ void findHalfMade(const Subject& subject, Findings& findings) {
 }
 
 void findDamagedStore(const Subject& subject, Findings& findings) {
-  if (subject.store && subject.store->isFile() && !subject.isReadable) {
+  if (subject.store && subject.store->isFile() && !subject.report.hasStore) {
     findings.push_back(found(FindingKind::DamagedStore, subject, subject.store->path,
                              "\"metadata.db\" cannot be read"));
   }
@@ -83,7 +83,7 @@ void findMismatch(const Subject& subject, Findings& findings) {
 }
 
 void findUnreadableContents(const Subject& subject, Findings& findings) {
-  if (subject.hasContents && !subject.report.metadata.contents) {
+  if (subject.report.metadata.hasUnreadableContents()) {
     findings.push_back(found(FindingKind::UnreadableContents, subject, subject.store->path,
                              "the list of contents cannot be read"));
   }
@@ -101,7 +101,7 @@ void findMissingFiles(const Subject& subject, Findings& findings) {
 
 void findOrphans(const Subject& subject, Findings& findings) {
   // Without a list that could be read, nobody knows what it names.
-  if (!subject.isReadable || (subject.hasContents && !subject.report.metadata.contents)) {
+  if (!subject.report.hasStore || (subject.report.metadata.hasUnreadableContents())) {
     return;
   }
   for (const Orphan& orphan : orphansOf(subject)) {

@@ -15,9 +15,6 @@ struct Subject {
   StoredReport report;
   std::optional<Entry> lock;             ///< What stands in the place of the lock file.
   std::optional<Entry> store;            ///< What stands in the place of the metadata.
-  bool isReadable = false;               ///< Whether the metadata could be read.
-  bool hasContents = false;              ///< Whether a list of contents is stored, readable or not.
-  std::vector<std::string> missingKeys;  ///< Of those that creation writes.
 
   [[nodiscard]] const std::filesystem::path& directory() const { return report.directory; }
   /** "contentfiles". */

@@ -41,9 +41,7 @@ std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& roo
   if (stored.lock == LockState::Write && waitMs <= 0) {
     refuseBusy();  // Opening would wait for the writer.
   }
-  if (!stored.isSound()) {
-    throw Failure(ExitStatus::Damage, "the report " + stored.name + " is " + stored.stageText());
-  }
+  requireSound(stored);
   auto report = Diagnostic::DiagnosticData(root).openReport(stored.id);
   if (!report) {
     throw Failure(ExitStatus::Failed, lastLoggedError());

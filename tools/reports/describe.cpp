@@ -1,8 +1,8 @@
 #include "reports/describe.h"
 
 #include "base/clock.h"
-
-#include <sys/stat.h>
+#include "base/files.h"
+#include "base/json.h"
 
 #include <optional>
 #include <system_error>
@@ -11,11 +11,6 @@ namespace KELP::Tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-template <typename T>
-Json::Value orNull(const std::optional<T>& value) {
-  return value ? Json::Value(*value) : Json::Value();
-}
 
 Json::Value timeOrNull(const std::optional<long>& seconds, bool utc) {
   return seconds ? Json::Value(timeText(*seconds, utc)) : Json::Value();
@@ -104,14 +99,14 @@ FileLook lookAtFile(const StoredReport& report, const Variation& variation) {
   if (!path) {
     return {FileState::Outside};
   }
-  struct stat status {};
-  if (::lstat(path->c_str(), &status) != 0) {
+  const std::optional<Entry> entry = entryAt(*path);
+  if (!entry) {
     return {FileState::Missing};
   }
-  if (!S_ISREG(status.st_mode)) {
+  if (!entry->isFile()) {
     return {FileState::Irregular};
   }
-  return {FileState::Present, static_cast<std::uint64_t>(status.st_size)};
+  return {FileState::Present, static_cast<std::uint64_t>(entry->status.st_size)};
 }
 
 std::string pathInReport(const StoredReport& report, const Variation& variation) {
@@ -142,20 +137,24 @@ Json::Value describeReport(const StoredReport& report, const DescribeOptions& op
   value["device"] = orNull(metadata.deviceId);
   value["session"] = orNull(metadata.sessionId);
   value["version"] = orNull(metadata.version);
-  value["consent_level"] = metadata.currentConsentLevel;
-  value["max_consent_level"] = metadata.maxConsentLevel;
-  value["permitted_level"] = metadata.permittedLevel();
-  value["creation_complete"] = metadata.creationComplete;
-  value["user_interaction_complete"] = metadata.userInteractionComplete;
-  value["data_collection_complete"] = metadata.dataCollectionComplete;
-  value["data_policy_applied"] = metadata.dataPolicyApplied;
-  value["upload_complete"] = metadata.uploadComplete;
+  value["consent_level"] = orNull(metadata.currentConsentLevel);
+  value["max_consent_level"] = orNull(metadata.maxConsentLevel);
+  value["permitted_level"] =
+      report.hasStore ? Json::Value(metadata.permittedLevel()) : Json::Value();
+  value["creation_complete"] = orNull(metadata.creationComplete);
+  value["user_interaction_complete"] = orNull(metadata.userInteractionComplete);
+  value["data_collection_complete"] = orNull(metadata.dataCollectionComplete);
+  value["data_policy_applied"] = orNull(metadata.dataPolicyApplied);
+  value["upload_complete"] = orNull(metadata.uploadComplete);
   value["description"] = orNull(metadata.description);
   value["pid"] = orNull(metadata.pid);
   value["process"] = orNull(metadata.processName);
   value["loaded_libraries"] =
       metadata.loadedLibraries ? arrayOf(*metadata.loadedLibraries) : Json::Value();
-  Json::Value& contents = value["contents"] = Json::Value(Json::arrayValue);
+  Json::Value& contents = value["contents"] = Json::Value();
+  if (report.hasStore && !metadata.hasUnreadableContents()) {
+    contents = Json::Value(Json::arrayValue);
+  }
   if (metadata.contents) {
     for (const Property& property : *metadata.contents) {
       contents.append(describeProperty(report, property, options.allLevels));

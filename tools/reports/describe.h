@@ -41,7 +41,7 @@ struct FileLook {
 [[nodiscard]] std::string pathInReport(const StoredReport& report, const Variation& variation);
 
 /**
- * Everything that the report's store holds; what is not stored is null.
+ * Everything that the report's store holds; what is not stored, or cannot be read, is null.
  *
  *     {"id", "stage", "created", "modified", "app", "build", "user", "device", "session",
  * "version", "consent_level", "max_consent_level", "permitted_level", "creation_complete",

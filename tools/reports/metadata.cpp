@@ -10,30 +10,52 @@ namespace {
 
 using OS::KVStoreOpenOption;
 
+constexpr const char* kContents = "report_contents";
+
 /** Reads key by key, each as the type of what it is read into. The keys are part of the form on
  * disk (docs/on-disk-format.md). */
 class Reader {
  public:
-  explicit Reader(OS::KeyValueStore& store) : store_(store) {}
+  Reader(OS::KeyValueStore& store, Metadata& metadata) : store_(store), metadata_(metadata) {}
 
+  /** A key that may be absent. */
   template <typename T>
-  void operator()(const char* key, std::optional<T>& value) const {
-    value = Diagnostic::MetadataProperty<T>(key, std::nullopt).get(store_);
+  void optional(const char* key, std::optional<T>& value) const {
+    read(key, value);
   }
 
+  /** A key that the creation of a report writes. */
   template <typename T>
-  void operator()(const char* key, T& value) const {
-    value = *Diagnostic::MetadataProperty<T>(key, T{}).get(store_);
+  void created(const char* key, std::optional<T>& value) const {
+    if (!read(key, value)) {
+      metadata_.missing.emplace_back(key);
+    }
   }
 
  private:
+  /** @return whether something is stored. */
+  template <typename T>
+  bool read(const char* key, std::optional<T>& value) const {
+    const std::optional<std::string> text = store_.get(key);
+    value = Diagnostic::MetadataProperty<T>(key, std::nullopt).unserialize(text);
+    if (text && !value) {
+      metadata_.unreadable.emplace_back(key);
+    }
+    return text.has_value();
+  }
+
   OS::KeyValueStore& store_;
+  Metadata& metadata_;
 };
 
 }  // namespace
 
 int Metadata::permittedLevel() const {
-  return std::min(currentConsentLevel, maxConsentLevel);
+  return std::min(currentConsentLevel.value_or(0), maxConsentLevel.value_or(0));
+}
+
+bool Metadata::hasUnreadableContents() const {
+  return std::find(unreadable.begin(), unreadable.end(), kContents) != unreadable.end();
 }
 
 std::optional<Metadata> readMetadata(const std::filesystem::path& store) {
@@ -42,28 +64,28 @@ std::optional<Metadata> readMetadata(const std::filesystem::path& store) {
     return std::nullopt;
   }
   Metadata metadata;
-  const Reader read(opened);
-  read("report_id", metadata.reportId);
-  read("app_id", metadata.appId);
-  read("build_id", metadata.buildId);
-  read("user_id", metadata.userId);
-  read("device_id", metadata.deviceId);
-  read("session_id", metadata.sessionId);
-  read("report_version", metadata.version);
-  read("created", metadata.created);
-  read("modified", metadata.modified);
-  read("current_consent_level", metadata.currentConsentLevel);
-  read("max_consent_level", metadata.maxConsentLevel);
-  read("report_creation_complete", metadata.creationComplete);
-  read("user_interaction_complete", metadata.userInteractionComplete);
-  read("data_collection_complete", metadata.dataCollectionComplete);
-  read("data_policy_applied", metadata.dataPolicyApplied);
-  read("upload_complete", metadata.uploadComplete);
-  read("description", metadata.description);
-  read("pid", metadata.pid);
-  read("process_name", metadata.processName);
-  read("loaded_libraries", metadata.loadedLibraries);
-  read("report_contents", metadata.contents);
+  const Reader read(opened, metadata);
+  read.created("report_id", metadata.reportId);
+  read.created("app_id", metadata.appId);
+  read.created("build_id", metadata.buildId);
+  read.created("user_id", metadata.userId);
+  read.created("device_id", metadata.deviceId);
+  read.created("session_id", metadata.sessionId);
+  read.created("report_version", metadata.version);
+  read.created("created", metadata.created);
+  read.created("modified", metadata.modified);
+  read.created("current_consent_level", metadata.currentConsentLevel);
+  read.created("max_consent_level", metadata.maxConsentLevel);
+  read.created("report_creation_complete", metadata.creationComplete);
+  read.created("user_interaction_complete", metadata.userInteractionComplete);
+  read.created("data_collection_complete", metadata.dataCollectionComplete);
+  read.created("data_policy_applied", metadata.dataPolicyApplied);
+  read.created("upload_complete", metadata.uploadComplete);
+  read.optional("description", metadata.description);
+  read.optional("pid", metadata.pid);
+  read.optional("process_name", metadata.processName);
+  read.optional("loaded_libraries", metadata.loadedLibraries);
+  read.optional(kContents, metadata.contents);
   // The file may have been damaged, or removed, since it was opened.
   return opened.isReady() ? std::optional(std::move(metadata)) : std::nullopt;
 }

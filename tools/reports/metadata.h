@@ -10,8 +10,7 @@
 
 namespace KELP::Tool {
 
-/** All that a report's metadata store holds. What is not stored, or not readable, is empty; flags
- * are then false. */
+/** All that a report's metadata store holds. What is not stored, or not readable, is empty. */
 struct Metadata {
   std::optional<Diagnostic::ReportUuid> reportId;
   std::optional<int> appId;
@@ -22,21 +21,28 @@ struct Metadata {
   std::optional<int> version;
   std::optional<long> created;   ///< Seconds since the epoch.
   std::optional<long> modified;  ///< Seconds since the epoch.
-  int currentConsentLevel = 0;
-  int maxConsentLevel = 0;
-  bool creationComplete = false;
-  bool userInteractionComplete = false;
-  bool dataCollectionComplete = false;
-  bool dataPolicyApplied = false;
-  bool uploadComplete = false;
+  std::optional<int> currentConsentLevel;
+  std::optional<int> maxConsentLevel;
+  std::optional<bool> creationComplete;
+  std::optional<bool> userInteractionComplete;
+  std::optional<bool> dataCollectionComplete;
+  std::optional<bool> dataPolicyApplied;
+  std::optional<bool> uploadComplete;
   std::optional<std::string> description;
   std::optional<int> pid;
   std::optional<std::string> processName;
   std::optional<std::vector<std::string>> loadedLibraries;
   std::optional<std::vector<Diagnostic::DiagnosticReportContentProperties>> contents;
 
-  /** The highest level that may be shown or handed on: the smaller of the two consent levels. */
+  std::vector<std::string> missing;     ///< Keys that creation writes and that are not stored.
+  std::vector<std::string> unreadable;  ///< Keys whose stored text is no value of their type.
+
+  /** The highest level that may be shown or handed on: the smaller of the two consent levels. One
+   * that is not stored is 0. */
   [[nodiscard]] int permittedLevel() const;
+
+  /** Whether there is a list of contents that cannot be read. */
+  [[nodiscard]] bool hasUnreadableContents() const;
 };
 
 /**

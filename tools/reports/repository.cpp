@@ -9,6 +9,8 @@
 #include <diagnostic/diagnosticreport.h>
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -33,21 +35,57 @@ std::string lowerCase(std::string text) {
 }
 
 bool isFile(const fs::path& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  const auto entry = entryAt(path);
+  return entry && entry->isFile();
 }
 
-Soundness soundnessOf(const StoredReport& report, const fs::path& store, bool isReadable) {
-  if (!isReadable) {
-    struct stat status {};
-    const bool isAbsent = ::lstat(store.c_str(), &status) != 0 && errno == ENOENT;
-    return isAbsent ? Soundness::HalfMade : Soundness::Damaged;
+bool isDirectory(const fs::path& path) {
+  const auto entry = entryAt(path);
+  return entry && entry->isDirectory();
+}
+
+/** Why the system does not let a file be read; nothing when it does. */
+std::error_code refusalOf(const fs::path& file) {
+  const int descriptor = ::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  const int error = errno;
+  if (descriptor >= 0) {
+    ::close(descriptor);
+    return {};
   }
-  if (!report.metadata.reportId ||
+  return {error, std::system_category()};
+}
+
+/** Reads the store of @p report; its soundness is then what the store has to say about it. */
+void readStore(StoredReport& report) {
+  const fs::path path = report.directory / DiagnosticReport::kReportMetadataFilename;
+  struct stat status {};
+  const bool isThere = ::lstat(path.c_str(), &status) == 0;
+  auto metadata = isThere && S_ISREG(status.st_mode) ? readMetadata(path) : std::nullopt;
+  if (metadata) {
+    report.metadata = *std::move(metadata);
+    report.hasStore = true;
+    return;
+  }
+  report.refusal = refusalOf(path);
+  if (report.refusal == std::errc::no_such_file_or_directory) {
+    report.soundness = Soundness::HalfMade;
+  } else if (report.refusal && (!isThere || S_ISREG(status.st_mode))) {
+    report.soundness = Soundness::Unreadable;
+  } else {
+    report.soundness = Soundness::Damaged;
+  }
+}
+
+Soundness soundnessOf(const StoredReport& report) {
+  const Metadata& metadata = report.metadata;
+  if (!metadata.unreadable.empty()) {
+    return Soundness::Damaged;
+  }
+  if (!metadata.missing.empty() ||
       !isFile(report.directory / DiagnosticReport::kReportLockFilename)) {
     return Soundness::HalfMade;
   }
-  return *report.metadata.reportId == report.id ? Soundness::Sound : Soundness::Mismatched;
+  return *metadata.reportId == report.id ? Soundness::Sound : Soundness::Mismatched;
 }
 
 /** The one of @p names, which are sorted, that begins with @p prefix. */
@@ -81,10 +119,22 @@ std::string StoredReport::stageText() const {
       return "damaged";
     case Soundness::Mismatched:
       return "mismatched";
+    case Soundness::Unreadable:
+      return "unreadable";
     case Soundness::Sound:
       break;
   }
   return nameOf(stageOf(metadata));
+}
+
+void requireSound(const StoredReport& report) {
+  if (report.soundness == Soundness::Unreadable) {
+    throw Failure(ExitStatus::Failed,
+                  "cannot read the report " + report.name + ": " + report.refusal.message());
+  }
+  if (!report.isSound()) {
+    throw Failure(ExitStatus::Damage, "the report " + report.name + " is " + report.stageText());
+  }
 }
 
 bool isReportName(const std::string& name) {
@@ -102,9 +152,7 @@ std::vector<std::string> reportNames(const fs::path& root) {
   }
   std::vector<std::string> names;
   while (const dirent* const entry = ::readdir(directory.get())) {
-    // What cannot be examined, such as a link that leads to itself, is no directory.
-    std::error_code error;
-    if (isReportName(entry->d_name) && fs::is_directory(root / entry->d_name, error)) {
+    if (isReportName(entry->d_name) && isDirectory(root / entry->d_name)) {
       names.emplace_back(entry->d_name);
     }
   }
@@ -118,13 +166,10 @@ StoredReport readReport(const fs::path& root, const std::string& name, const Loc
   report.id.parse(name.c_str());
   report.directory = root / name;
   report.lock = locks.stateOf(report.directory / DiagnosticReport::kReportLockFilename);
-  const fs::path store = report.directory / DiagnosticReport::kReportMetadataFilename;
-  auto metadata = readMetadata(store);
-  const bool isReadable = metadata.has_value();
-  if (isReadable) {
-    report.metadata = *std::move(metadata);
+  readStore(report);
+  if (report.hasStore) {
+    report.soundness = soundnessOf(report);
   }
-  report.soundness = soundnessOf(report, store, isReadable);
   return report;
 }
 
@@ -135,7 +180,10 @@ std::vector<StoredReport> readReports(const fs::path& root) {
   reports.reserve(names.size());
   Progress progress("Reading reports", names.size());
   for (const std::string& name : names) {
-    reports.push_back(readReport(root, name, locks));
+    StoredReport report = readReport(root, name, locks);
+    if (report.isSound() || entryAt(report.directory)) {
+      reports.push_back(std::move(report));
+    }
     progress.step();
   }
   std::stable_sort(
@@ -160,8 +208,7 @@ std::vector<std::uint64_t> sizesOf(const std::vector<StoredReport>& reports) {
 std::string resolveName(const fs::path& root, const std::string& prefix) {
   // A whole name is no reason to read the directory.
   const std::string name = lowerCase(prefix);
-  std::error_code error;
-  if (isReportName(name) && fs::is_directory(root / name, error)) {
+  if (isReportName(name) && isDirectory(root / name)) {
     return name;
   }
   return pickName(reportNames(root), prefix);
@@ -183,9 +230,7 @@ StoredReport findReport(const fs::path& root, const std::string& prefix) {
 
 StoredReport findSoundReport(const fs::path& root, const std::string& prefix) {
   StoredReport report = findReport(root, prefix);
-  if (!report.isSound()) {
-    throw Failure(ExitStatus::Damage, "the report " + report.name + " is " + report.stageText());
-  }
+  requireSound(report);
   return report;
 }
 

@@ -14,19 +14,19 @@ constexpr std::array<const char*, 6> kNames{
 }  // namespace
 
 Stage stageOf(const Metadata& metadata) {
-  if (metadata.uploadComplete) {
+  if (metadata.uploadComplete.value_or(false)) {
     return Stage::Uploaded;
   }
-  if (!metadata.creationComplete) {
+  if (!metadata.creationComplete.value_or(false)) {
     return Stage::Creating;
   }
-  if (!metadata.dataCollectionComplete) {
+  if (!metadata.dataCollectionComplete.value_or(false)) {
     return Stage::Collecting;
   }
-  if (!metadata.userInteractionComplete) {
+  if (!metadata.userInteractionComplete.value_or(false)) {
     return Stage::AwaitingConsent;
   }
-  return metadata.dataPolicyApplied ? Stage::AwaitingUpload : Stage::AwaitingPolicy;
+  return metadata.dataPolicyApplied.value_or(false) ? Stage::AwaitingUpload : Stage::AwaitingPolicy;
 }
 
 const char* nameOf(Stage stage) {
@@ -39,7 +39,7 @@ std::vector<std::string> stageNames() {
 
 std::vector<std::string> allStageTexts() {
   std::vector<std::string> texts = stageNames();
-  texts.insert(texts.end(), {"half-made", "damaged", "mismatched"});
+  texts.insert(texts.end(), {"half-made", "damaged", "mismatched", "unreadable"});
   return texts;
 }
 

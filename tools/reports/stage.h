@@ -27,7 +27,8 @@ enum class Stage {
 /** All names, in order. */
 [[nodiscard]] std::vector<std::string> stageNames();
 
-/** All that StoredReport::stageText() says: stageNames() and "half-made", "damaged", "mismatched".
+/** All that StoredReport::stageText() says: stageNames() and "half-made", "damaged", "mismatched",
+ * "unreadable".
  */
 [[nodiscard]] std::vector<std::string> allStageTexts();
 

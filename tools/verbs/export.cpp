@@ -55,10 +55,7 @@ StoredReport readWhenFree(const fs::path& root, const std::string& name,
   for (;;) {
     StoredReport report = readReport(root, name, LockTable());
     if (report.lock != LockState::Write) {
-      if (!report.isSound()) {
-        throw Failure(ExitStatus::Damage,
-                      "the report " + report.name + " is " + report.stageText());
-      }
+      requireSound(report);
       return report;
     }
     if (Clock::now() >= deadline) {

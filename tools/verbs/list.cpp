@@ -59,7 +59,11 @@ Style styleOf(const StoredReport& report) {
   return stageOf(report.metadata) == Stage::Uploaded ? Style::Dim : Style::Plain;
 }
 
-std::size_t contentsOf(const StoredReport& report) {
+/** How many properties it has; nothing when that cannot be known. */
+std::optional<Json::UInt64> contentsOf(const StoredReport& report) {
+  if (!report.hasStore || report.metadata.hasUnreadableContents()) {
+    return std::nullopt;
+  }
   return report.metadata.contents ? report.metadata.contents->size() : 0;
 }
 
@@ -77,21 +81,17 @@ void printTable(const std::vector<StoredReport>& reports, const std::vector<std:
   for (std::size_t at = 0; at < reports.size(); ++at) {
     const StoredReport& report = reports[at];
     const Metadata& metadata = report.metadata;
+    const auto contents = contentsOf(report);
     table.add({report.name,
                metadata.created ? timeText(*metadata.created, context.utc) : "-",
                {report.stageText(), styleOf(report)},
                metadata.appId ? std::to_string(*metadata.appId) : "-",
                metadata.processName ? escaped(*metadata.processName) : "-",
-               std::to_string(contentsOf(report)),
+               contents ? std::to_string(*contents) : "-",
                sizeText(sizes[at]),
                {nameOf(report.lock), report.lock == LockState::Free ? Style::Dim : Style::Yellow}});
   }
   table.print(legend);
-}
-
-template <typename T>
-Json::Value orNull(const std::optional<T>& value) {
-  return value ? Json::Value(*value) : Json::Value();
 }
 
 Json::Value describe(const StoredReport& report, std::uint64_t size, bool utc) {
@@ -102,7 +102,7 @@ Json::Value describe(const StoredReport& report, std::uint64_t size, bool utc) {
   value["stage"] = report.stageText();
   value["app"] = orNull(report.metadata.appId);
   value["process"] = orNull(report.metadata.processName);
-  value["contents"] = static_cast<Json::UInt64>(contentsOf(report));
+  value["contents"] = orNull(contentsOf(report));
   value["size"] = static_cast<Json::UInt64>(size);
   value["lock"] = nameOf(report.lock);
   return value;

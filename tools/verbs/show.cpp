@@ -89,15 +89,28 @@ std::string textOfTime(const std::optional<long>& time, bool utc) {
   return text;
 }
 
+std::string listed(const std::vector<std::string>& keys) {
+  std::string all;
+  for (const std::string& key : keys) {
+    all += (all.empty() ? "" : ", ") + key;
+  }
+  return all;
+}
+
 Piece stagePiece(const StoredReport& report) {
   switch (report.soundness) {
     case Soundness::HalfMade:
       return {"half-made (being created, or left by a process that died)", Style::Red};
     case Soundness::Damaged:
-      return {"damaged (its metadata cannot be read)", Style::Red};
+      return {report.hasStore
+                  ? "damaged (cannot be read: " + listed(report.metadata.unreadable) + ")"
+                  : "damaged (its metadata cannot be read)",
+              Style::Red};
     case Soundness::Mismatched:
       return {"mismatched (its metadata is that of " + report.metadata.reportId->toString() + ")",
               Style::Red};
+    case Soundness::Unreadable:
+      return {"unreadable (" + report.refusal.message() + ")", Style::Red};
     case Soundness::Sound:
       break;
   }
@@ -105,7 +118,7 @@ Piece stagePiece(const StoredReport& report) {
 }
 
 void printStages(const Metadata& metadata) {
-  const std::pair<const char*, bool> stages[] = {
+  const std::pair<const char*, std::optional<bool>> stages[] = {
       {"creation", metadata.creationComplete},
       {"user interaction", metadata.userInteractionComplete},
       {"data collection", metadata.dataCollectionComplete},
@@ -114,8 +127,9 @@ void printStages(const Metadata& metadata) {
   };
   std::string label = "Done";
   for (const auto& [name, isDone] : stages) {
-    printField(label, {std::string(isDone ? "[x] " : "[ ] ") + name,
-                       isDone ? Style::Green : Style::Plain});
+    const bool isYes = isDone.value_or(false);
+    printField(label,
+               {std::string(isYes ? "[x] " : "[ ] ") + name, isYes ? Style::Green : Style::Plain});
     label.clear();
   }
 }
@@ -133,8 +147,8 @@ void printMetadata(const Metadata& metadata, bool utc) {
   printField("PID", textOf(metadata.pid));
   printField("Libraries", textOf(metadata.loadedLibraries));
   printField("Description", textOf(metadata.description));
-  printField("Consent level", std::to_string(metadata.currentConsentLevel));
-  printField("Maximum level", std::to_string(metadata.maxConsentLevel));
+  printField("Consent level", textOf(metadata.currentConsentLevel));
+  printField("Maximum level", textOf(metadata.maxConsentLevel));
   printField("Permitted level", std::to_string(metadata.permittedLevel()));
   printStages(metadata);
 }
@@ -205,14 +219,18 @@ void printReport(const StoredReport& report, std::uint64_t size, const ShowOptio
                  bool utc) {
   printWhole("Report", report.name);
   printField("Stage", stagePiece(report));
-  if (report.soundness != Soundness::Damaged) {
+  if (report.hasStore) {
     printMetadata(report.metadata, utc);
   }
   printWhole("Path", escaped(report.directory.native()));
   printField("Size", sizeText(size));
   printField("Lock",
              {nameOf(report.lock), report.lock == LockState::Free ? Style::Plain : Style::Yellow});
-  if (report.soundness == Soundness::Damaged) {
+  if (!report.hasStore) {
+    return;
+  }
+  if (report.metadata.hasUnreadableContents()) {
+    printField("Contents", {"unreadable", Style::Red});
     return;
   }
   if (!report.metadata.contents || report.metadata.contents->empty()) {
@@ -247,22 +265,25 @@ ExitStatus show(const Context& context, const ShowOptions& options) {
   } else {
     printReport(report, size, options, context.utc);
   }
+  if (report.soundness == Soundness::Unreadable) {
+    return ExitStatus::Failed;
+  }
   return report.isSound() ? ExitStatus::Done : ExitStatus::Damage;
 }
 
 }  // namespace
 
 void addShow(CLI::App& program, Context& context) {
-  const auto verb =
-      addVerb<ShowOptions>(program, context, "show", "Show everything that a report holds",
-                           "  kelp-diagnostics show 3f2a\n"
-                           "  kelp-diagnostics show 3f2a --all-levels --json\n"
-                           "\n"
-                           "\"*\" marks the best variation of each property: the one with the "
-                           "highest level that\nis permitted. The exit status is 5 for a report "
-                           "that is damaged, half-made or\nmismatched; what is known of it is "
-                           "shown.\n",
-                           show);
+  const auto verb = addVerb<ShowOptions>(
+      program, context, "show", "Show everything that a report holds",
+      "  kelp-diagnostics show 3f2a\n"
+      "  kelp-diagnostics show 3f2a --all-levels --json\n"
+      "\n"
+      "\"*\" marks the best variation of each property: the one with the "
+      "highest level that\nis permitted. The exit status is 5 for a report "
+      "that is damaged, half-made or\nmismatched, and 1 for one\nthat may not be "
+      "read; what is known of it is shown.\n",
+      show);
   addId(*verb.app, verb->id);
   verb.app->add_flag("--all-levels", verb->allLevels, "Also the values above the permitted level");
   addJson(*verb.app, context);
