@@ -15,6 +15,15 @@ namespace {
 
 using KELP::Tool::ExitStatus;
 
+/** Writes what was printed before. The failure that is there already is the one to be told. */
+void flushAtFailure() {
+  try {
+    KELP::Tool::flushOutput();
+  } catch (...) {
+    KELP::Tool::discardOutput();
+  }
+}
+
 int statusOf(ExitStatus status) {
   return static_cast<int>(status);
 }
@@ -30,13 +39,16 @@ int main(int argc, char** argv) {
   try {
     const ExitStatus status = runProgram(argc, argv);
     flushOutput();
+    checkInterrupt();  // Whoever asked for the end is not to be told of success alone.
     return statusOf(status);
   } catch (const Interrupted& interrupted) {
     endBySignal(interrupted.signal);
   } catch (const Failure& failure) {
+    flushAtFailure();
     warn(failure.what());
     return statusOf(failure.status());
   } catch (const std::exception& exception) {
+    flushAtFailure();
     warn(escaped(exception.what()));
     return statusOf(ExitStatus::Failed);
   }

@@ -76,17 +76,27 @@ std::uint64_t sizeBelow(const fs::path& directory) {
   return size;
 }
 
+/** Of one value: as much as is stored in one record with room to spare. */
+constexpr std::size_t kMostInput = 64UL * 1024 * 1024;
+
 std::string standardInput() {
   std::string content;
   std::array<char, 65536> piece{};
   for (;;) {
-    checkInterrupt();
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (!waitUntilReady({&input, 1})) {
+      checkInterrupt();
+    }
     const ssize_t size = ::read(STDIN_FILENO, piece.data(), piece.size());
     if (size == 0) {
       return content;
     }
     if (size > 0) {
       content.append(piece.data(), static_cast<std::size_t>(size));
+      if (content.size() > kMostInput) {
+        throw Failure(ExitStatus::Failed,
+                      "there is more than " + sizeText(kMostInput) + " at the standard input");
+      }
     } else if (errno != EINTR) {
       throw Failure(ExitStatus::Failed,
                     "cannot read the standard input: " + std::system_category().message(errno));

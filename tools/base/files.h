@@ -38,7 +38,7 @@ void forEachBelow(const std::filesystem::path& directory,
 /** The sizes of all files below @p directory, in bytes. */
 [[nodiscard]] std::uint64_t sizeBelow(const std::filesystem::path& directory);
 
-/** All of the standard input. Throws a Failure, and Interrupted. */
+/** All of the standard input, 64 MiB at most. Throws a Failure, and Interrupted. */
 [[nodiscard]] std::string standardInput();
 
 }  // namespace KELP::Tool

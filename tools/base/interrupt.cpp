@@ -38,6 +38,17 @@ void checkInterrupt() {
   }
 }
 
+bool waitUntilReady(std::span<pollfd> polled) {
+  const BlockedSignals blocked;
+  constexpr timespec kNoTime{};
+  return ::ppoll(polled.data(), polled.size(), caught != 0 ? &kNoTime : nullptr,
+                 &blocked.before()) > 0;
+}
+
+void forgetInterrupt() {
+  caught = 0;
+}
+
 BlockedSignals::BlockedSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <poll.h>
+
 #include <csignal>
+#include <span>
 
 /** How the program ends when a signal asks it to: between two steps, with nothing left behind. */
 namespace KELP::Tool {
@@ -17,8 +20,16 @@ void catchSignals();
 /** Throws Interrupted when a signal came. Long work calls it between its steps. */
 void checkInterrupt();
 
+/** Waits until one of @p polled is ready, unless a signal came, or comes meanwhile: then it only
+ * looks. None comes unseen between the look and the wait.
+ * @return whether one is ready. */
+[[nodiscard]] bool waitUntilReady(std::span<pollfd> polled);
+
+/** The signal that came was answered: it is forgotten. */
+void forgetInterrupt();
+
 /** As long as it lives, the signals that are remembered do not reach this thread, nor the threads
- *  that it starts. They come when it goes, or in a call that takes before() meanwhile. */
+ *  that it starts. They come when it goes. */
 class BlockedSignals {
  public:
   BlockedSignals();

@@ -5,16 +5,19 @@
 #include "base/progress.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <system_error>
+#include <utility>
 
 namespace KELP::Tool {
 namespace {
@@ -48,14 +51,37 @@ const char* codeOf(Style style) {
   return "";
 }
 
-[[noreturn]] void failToWrite() {
-  const int error = errno;
-  if (error == EPIPE) {
-    throw Interrupted{SIGPIPE};
+bool outputIsFile() {
+  struct stat status {};
+  return ::fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/** What was printed and not written yet. */
+std::string& pending() {
+  static std::string text;
+  return text;
+}
+
+/** Writes all of @p text. While nobody takes it, a signal ends that. */
+void writeOut(std::string_view text) {
+  // A pipe that is ready takes so much at once, and a file all.
+  static const std::size_t most = outputIsFile() ? 1'048'576 : PIPE_BUF;
+  while (!text.empty()) {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (!waitUntilReady({&output, 1})) {
+      checkInterrupt();
+      continue;
+    }
+    const ssize_t size = ::write(STDOUT_FILENO, text.data(), std::min(text.size(), most));
+    if (size >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(size));
+    } else if (errno == EPIPE) {
+      throw Interrupted{SIGPIPE};
+    } else if (errno != EINTR && errno != EAGAIN) {
+      throw Failure(ExitStatus::Failed,
+                    "cannot write the output: " + std::system_category().message(errno));
+    }
   }
-  checkInterrupt();
-  throw Failure(ExitStatus::Failed,
-                "cannot write the output: " + std::system_category().message(error));
 }
 
 }  // namespace
@@ -99,15 +125,19 @@ std::string styled(std::string_view text, Style style) {
 }
 
 void print(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-    failToWrite();
+  constexpr std::size_t kMost = 65'536;
+  pending() += text;
+  if (pending().size() >= kMost || (outputIsTerminal() && text.ends_with('\n'))) {
+    flushOutput();
   }
 }
 
 void flushOutput() {
-  if (std::fflush(stdout) != 0) {
-    failToWrite();
-  }
+  writeOut(std::exchange(pending(), {}));
+}
+
+void discardOutput() {
+  pending().clear();
 }
 
 void warn(std::string_view text) {
@@ -119,12 +149,9 @@ bool confirmed(std::string_view text) {
   Progress::hide();
   flushOutput();
   std::cerr << text << " [y/N] ";
-  {
-    // A signal must not be missed between the look for one and the wait for the answer.
-    const BlockedSignals blocked;
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  while (!waitUntilReady({&input, 1})) {
     checkInterrupt();
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    ::ppoll(&input, 1, nullptr, &blocked.before());
   }
   checkInterrupt();
   const int answer = std::fgetc(stdin);

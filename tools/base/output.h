@@ -32,6 +32,9 @@ void print(std::string_view text);
  * tells of events as they happen. */
 void flushOutput();
 
+/** Forgets what was printed and not written yet. */
+void discardOutput();
+
 /** Writes "kelp-diagnostics: TEXT" to the standard error. */
 void warn(std::string_view text);
 

@@ -13,8 +13,8 @@ namespace KELP::Tool {
 /** A report that is looked at, with what all finders want to know about it. */
 struct Subject {
   StoredReport report;
-  std::optional<Entry> lock;             ///< What stands in the place of the lock file.
-  std::optional<Entry> store;            ///< What stands in the place of the metadata.
+  std::optional<Entry> lock;   ///< What stands in the place of the lock file.
+  std::optional<Entry> store;  ///< What stands in the place of the metadata.
 
   [[nodiscard]] const std::filesystem::path& directory() const { return report.directory; }
   /** "contentfiles". */

@@ -18,7 +18,7 @@ declare -gA _kelp_diagnostics_options=(
   ["variation remove"]="--wait="
   ["attach"]="--name= --overwrite --create --media-type= --wait="
   ["mark"]="--wait="
-  ["apply-policy"]="--dry-run --wait="
+  ["apply-policy"]="--dry-run --json --wait="
   ["filter"]="--wait="
   ["watch"]="--no-existing -n= --json --utc"
   ["export"]="-o=file --output=file --all-levels --force --wait= --json"

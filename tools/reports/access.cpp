@@ -32,6 +32,18 @@ bool takeWriteLock(DiagnosticReport& report, long waitMs) {
   }
 }
 
+namespace {
+
+/** Throws why a report that was sound a moment ago does not open. */
+[[noreturn]] void explainRefusal(const std::filesystem::path& root, const std::string& name) {
+  const std::string logged = lastLoggedError();
+  static_cast<void>(findSoundReport(root, name));  // It may be gone, or damaged, by now.
+  throw Failure(ExitStatus::Failed,
+                "cannot open the report " + name + (logged.empty() ? "" : ": " + logged));
+}
+
+}  // namespace
+
 std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& root,
                                                 const std::string& prefix, long waitMs) {
   const StoredReport stored = findReport(root, prefix);
@@ -44,7 +56,7 @@ std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& roo
   requireSound(stored);
   auto report = Diagnostic::DiagnosticData(root).openReport(stored.id);
   if (!report) {
-    throw Failure(ExitStatus::Failed, lastLoggedError());
+    explainRefusal(root, stored.name);
   }
   if (!takeWriteLock(*report, waitMs)) {
     refuseBusy();

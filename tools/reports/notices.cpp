@@ -72,14 +72,9 @@ std::vector<Notice> Notices::takePending() {
   return std::exchange(pending_, {});
 }
 
-/** Signals are let in only while it waits, so none comes unseen between the look and the wait. */
 void Notices::wait() const {
-  const BlockedSignals blocked;
-  checkInterrupt();
   std::array<pollfd, 2> polled{{{wake_, POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
-  ::ppoll(polled.data(), polled.size(), nullptr, &blocked.before());
-  checkInterrupt();
-  if (polled[1].revents != 0) {
+  if (waitUntilReady(polled) && polled[1].revents != 0) {
     throw Interrupted{SIGPIPE};
   }
 }

@@ -13,8 +13,8 @@ struct Removal {
     Removed,
     Gone,     ///< Somebody else has removed it meanwhile.
     Busy,     ///< Somebody holds its lock.
-    Damaged,  ///< It does not open, and that was not to be overruled.
-    Failed,
+    Damaged,  ///< It is not sound, and that was not to be overruled. Nothing was touched.
+    Failed,   ///< Perhaps a part of it is gone.
   };
 
   Outcome outcome;
@@ -22,7 +22,7 @@ struct Removal {
 };
 
 /**
- * Removes a report that nobody holds, without waiting for anybody.
+ * Removes a report that nobody holds. Who takes its lock just now is waited for, a second at most.
  *
  * @param report as it was read; whether it is in use now is looked up again.
  * @param force  also when it is damaged or half-made; not when it is in use.

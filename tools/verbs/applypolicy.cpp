@@ -1,3 +1,4 @@
+#include "base/json.h"
 #include "base/output.h"
 #include "base/text.h"
 #include "reports/access.h"
@@ -13,37 +14,63 @@ struct ApplyPolicyOptions {
   bool dryRun = false;
 };
 
-/** A line for each variation above the permitted level. */
-std::string describeDropped(const std::vector<Property>& contents, int permitted,
-                            const std::string& verb) {
-  std::string lines;
+/** A variation above the permitted level. */
+struct Dropped {
+  std::string property;
+  int level;
+};
+
+std::vector<Dropped> droppedOf(const std::vector<Property>& contents, int permitted) {
+  std::vector<Dropped> dropped;
   for (const Property& property : contents) {
     for (const Variation& variation : property.variations) {
       if (!isPermitted(variation, permitted)) {
-        lines += verb + " level " + std::to_string(variation.sensitivity_level) + " of \"" +
-                 escaped(property.stable_id) + "\"\n";
+        dropped.push_back({property.stable_id, variation.sensitivity_level});
       }
     }
   }
-  return lines;
+  return dropped;
+}
+
+void tell(const Context& context, const std::vector<Dropped>& dropped, bool dryRun) {
+  Json::Value document = jsonDocument("dropped");
+  document["dry_run"] = dryRun;
+  for (const auto& [property, level] : dropped) {
+    Json::Value& entry = document["dropped"].append(Json::Value(Json::objectValue));
+    entry["property"] = property;
+    entry["level"] = level;
+    if (!context.json) {
+      print((dryRun ? "would drop level " : "dropped level ") + std::to_string(level) + " of \"" +
+            escaped(property) + "\"\n");
+    }
+  }
+  if (context.json) {
+    printJson(document);
+  }
+}
+
+void rehearse(const Context& context, const ApplyPolicyOptions& options) {
+  const StoredReport stored = findSoundReport(context.root, options.change.id);
+  tell(context,
+       droppedOf(stored.metadata.contents.value_or(std::vector<Property>()),
+                 stored.metadata.permittedLevel()),
+       true);
 }
 
 ExitStatus applyPolicy(const Context& context, const ApplyPolicyOptions& options) {
   if (options.dryRun) {
-    const StoredReport stored = findSoundReport(context.root, options.change.id);
-    if (!stored.metadata.contents) {
-      throw Failure(ExitStatus::Failed, "the report " + stored.name + " has no contents");
-    }
-    print(
-        describeDropped(*stored.metadata.contents, stored.metadata.permittedLevel(), "would drop"));
+    rehearse(context, options);
     return ExitStatus::Done;
   }
   const auto report = openForChange(context, options.change);
   const int permitted = std::min(report->getCurrentConsentLevel(), report->getMaxConsentLevel());
-  const std::string dropped = describeDropped(
-      report->getReportContents().value_or(std::vector<Property>()), permitted, "dropped");
-  require(report->applyPolicyFilters());
-  print(dropped);
+  std::vector<Dropped> dropped;
+  if (const auto contents = report->getReportContents()) {  // Without any, there is nothing to do.
+    std::for_each(contents->begin(), contents->end(), requireOwnDirectory);
+    dropped = droppedOf(*contents, permitted);
+    require(report->applyPolicyFilters());
+  }
+  tell(context, dropped, false);
   return ExitStatus::Done;
 }
 
@@ -61,6 +88,7 @@ void addApplyPolicy(CLI::App& program, Context& context) {
       applyPolicy);
   addChange(*verb.app, verb->change);
   verb.app->add_flag("--dry-run", verb->dryRun, "Only say what would be dropped");
+  addJson(*verb.app, context);
 }
 
 }  // namespace KELP::Tool

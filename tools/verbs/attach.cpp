@@ -59,7 +59,12 @@ DiagnosticReport::Result copy(DiagnosticReport& report, const AttachOptions& opt
 
 ExitStatus attach(const Context& context, const AttachOptions& options) {
   requireText(options.name, "the name");
-  requireText(options.fileName.value_or(""), "the name of the file");
+  if (options.fileName) {
+    requireFileName(*options.fileName, "the name of the file");
+  }
+  if (options.create) {
+    requireFileName(options.name, "the name of a property of files");
+  }
   requireText(options.mediaType, "the media type");
   requireFile(options.file);
   const auto report = openForChange(context, options.change);
@@ -71,8 +76,8 @@ ExitStatus attach(const Context& context, const AttachOptions& options) {
   requireFileProperty(property);
   checkName(property, options);
   const auto copied = copy(*report, options);
-  if (!copied && isNew) {
-    static_cast<void>(report->removeReportContentProperty(options.name));
+  if (!copied && isNew && !report->removeReportContentProperty(options.name)) {
+    warn("the property \"" + escaped(options.name) + "\" stays, without a file");
   }
   require(copied);
   return ExitStatus::Done;
@@ -85,7 +90,10 @@ void addAttach(CLI::App& program, Context& context) {
       addVerb<AttachOptions>(program, context, "attach", "Copy a file into a report",
                              "  kelp-diagnostics attach 3f2a log 20 /var/log/player.log --create\n"
                              "  kelp-diagnostics attach 3f2a log 0 short.log --name player.log\n"
-                             "  kelp-diagnostics attach 3f2a log 0 shorter.log --overwrite\n",
+                             "  kelp-diagnostics attach 3f2a log 0 shorter.log --overwrite\n"
+                             "\n"
+                             "A file is replaced in place: when the disk is full just then, a part "
+                             "of the new one\nis left of it.\n",
                              attach);
   addChange(*verb.app, verb->change);
   addName(*verb.app, verb->name);

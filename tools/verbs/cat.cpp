@@ -1,28 +1,22 @@
-#include "base/interrupt.h"
 #include "base/output.h"
 #include "base/text.h"
 #include "reports/contents.h"
 #include "reports/describe.h"
 #include "reports/repository.h"
+#include "reports/storedfile.h"
 #include "verbs/verb.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstddef>
-#include <filesystem>
 #include <functional>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <vector>
 
 namespace KELP::Tool {
 namespace {
+
+constexpr std::size_t kPiece = 65'536;
 
 struct CatOptions {
   std::string id;
@@ -72,108 +66,61 @@ const Variation& requireVariation(const Property& property, int permitted,
   return *wanted;
 }
 
-/** A stored file that is read in pieces, however large it is. */
-class StoredFile {
- public:
-  /** Throws a Failure unless it is a regular file within the report. */
-  StoredFile(const StoredReport& report, const Variation& variation)
-      : name_(quoted(pathInReport(report, variation))) {
-    switch (lookAtFile(report, variation).state) {
-      case FileState::Missing:
-        throw Failure(ExitStatus::Damage, "the file " + name_ + " is missing");
-      case FileState::Outside:
-        throw Failure(ExitStatus::Damage, "the file " + name_ + " is outside of the report");
-      case FileState::Irregular:
-        failAsIrregular();
-      case FileState::Present:
-        break;
-    }
-    // Whatever takes its place meanwhile is neither followed nor waited for.
-    descriptor_ = ::open(storedFile(report, variation)->c_str(),
-                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (descriptor_ < 0) {
-      failToRead();
-    }
-    struct stat status {};
-    if (::fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) {
-      ::close(descriptor_);
-      failAsIrregular();
-    }
+/** Throws a Failure (Damage) unless @p file is a regular file within the report. */
+void requirePresent(const StoredFile& file, const std::string& name) {
+  switch (file.state()) {
+    case FileState::Missing:
+      throw Failure(ExitStatus::Damage, "the file " + name + " is missing");
+    case FileState::Outside:
+      throw Failure(ExitStatus::Damage, "the file " + name + " is outside of the report");
+    case FileState::Irregular:
+      throw Failure(ExitStatus::Damage, "the file " + name + " is not a regular file");
+    case FileState::Present:
+      break;
   }
-  ~StoredFile() { ::close(descriptor_); }
-  StoredFile(const StoredFile&) = delete;
-  StoredFile& operator=(const StoredFile&) = delete;
+}
 
-  [[nodiscard]] const std::string& name() const { return name_; }
-
-  /** Calls @p take with one piece after the other until it returns false. */
-  void forEachPiece(const std::function<bool(std::string_view)>& take) const {
-    std::vector<char> piece(kPiece);
-    for (off_t at = 0;;) {
-      checkInterrupt();
-      const ssize_t size = ::pread(descriptor_, piece.data(), piece.size(), at);
-      if (size < 0) {
-        failToRead();
-      }
-      if (size == 0 || !take({piece.data(), static_cast<std::size_t>(size)})) {
-        return;
-      }
-      at += size;
+/** Calls @p take with one piece of @p file after the other, until it returns false. Characters of
+ * UTF-8 stay whole. */
+void forEachPieceOfText(StoredFile& file, const std::function<bool(std::string_view)>& take) {
+  file.rewind();
+  std::string left;
+  for (;;) {
+    const std::string_view piece = file.read(kPiece);
+    left += piece;
+    const std::size_t whole = piece.empty() ? left.size() : wholeCharacters(left);
+    if (left.empty() || !take(std::string_view(left).substr(0, whole))) {
+      return;
     }
+    left.erase(0, whole);
   }
-
-  /** As forEachPiece(), but characters of UTF-8 stay whole. */
-  void forEachPieceOfText(const std::function<bool(std::string_view)>& take) const {
-    std::string left;
-    bool goesOn = true;
-    forEachPiece([&](std::string_view piece) {
-      left += piece;
-      const std::size_t whole = wholeCharacters(left);
-      goesOn = take(std::string_view(left).substr(0, whole));
-      left.erase(0, whole);
-      return goesOn;
-    });
-    if (goesOn && !left.empty()) {
-      take(left);
-    }
-  }
-
- private:
-  static constexpr std::size_t kPiece = 65'536;
-
-  [[noreturn]] void failAsIrregular() const {
-    throw Failure(ExitStatus::Damage, "the file " + name_ + " is not a regular file");
-  }
-  [[noreturn]] void failToRead() const {
-    throw Failure(ExitStatus::Failed,
-                  "cannot read " + name_ + ": " + std::system_category().message(errno));
-  }
-
-  std::string name_;  ///< For messages.
-  int descriptor_ = -1;
-};
+}
 
 [[noreturn]] void refuseBinary(const std::string& what) {
   throw Failure(ExitStatus::Failed, what + " is binary (--force writes it to the terminal)");
 }
 
-void writeFile(const StoredFile& file, bool forTerminal) {
+void copyToOutput(StoredFile& file) {
+  for (std::string_view piece = file.read(kPiece); !piece.empty(); piece = file.read(kPiece)) {
+    print(piece);
+  }
+}
+
+void writeFile(StoredFile& file, const std::string& name, bool forTerminal) {
+  requirePresent(file, name);
   if (!forTerminal) {
-    file.forEachPiece([](std::string_view piece) {
-      print(piece);
-      return true;
-    });
+    copyToOutput(file);
     return;
   }
   bool isBinary = false;
-  file.forEachPieceOfText([&](std::string_view piece) {
+  forEachPieceOfText(file, [&](std::string_view piece) {
     isBinary = !isText(piece);
     return !isBinary;
   });
   if (isBinary) {
-    refuseBinary("the file " + file.name());
+    refuseBinary("the file " + name);
   }
-  file.forEachPieceOfText([](std::string_view piece) {
+  forEachPieceOfText(file, [](std::string_view piece) {
     print(escapedLines(piece));
     return true;
   });
@@ -193,7 +140,8 @@ ExitStatus cat(const Context& context, const CatOptions& options) {
       requireVariation(property, report.metadata.permittedLevel(), options);
   const bool forTerminal = outputIsTerminal() && !options.force;
   if (property.isFileProperty()) {
-    writeFile(StoredFile(report, variation), forTerminal);
+    StoredFile file(report, variation);
+    writeFile(file, quoted(pathInReport(report, variation)), forTerminal);
   } else {
     writeValue(valueText(variation, property.property_type), options.name, forTerminal);
   }

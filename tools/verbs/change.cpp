@@ -16,6 +16,10 @@ std::string quoted(const std::string& text) {
   return "\"" + escaped(text) + "\"";
 }
 
+bool isFileName(const std::string& text) {
+  return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
+}
+
 template <typename Text>
 CLI::Option* addOneText(CLI::App& verb, const std::string& name, Text& text,
                         const std::string& help) {
@@ -125,6 +129,20 @@ void requireText(const std::string& text, const std::string& what) {
   }
 }
 
+void requireFileName(const std::string& text, const std::string& what) {
+  requireText(text, what);
+  if (!isFileName(text)) {
+    throw Failure(ExitStatus::Usage, what + " " + quoted(text) + " cannot be that of a file");
+  }
+}
+
+void requireOwnDirectory(const Property& property) {
+  if (property.isFileProperty() && !isFileName(property.stable_id)) {
+    throw Failure(ExitStatus::Damage, "the name of the property " + quoted(property.stable_id) +
+                                          " leads out of the directory of its files");
+  }
+}
+
 Property requireProperty(const DiagnosticReport& report, const std::string& name) {
   if (auto property = report.getReportContentProperty(name)) {
     return *std::move(property);
@@ -138,6 +156,7 @@ void requireFileProperty(const Property& property) {
                                          " holds no files; its type is " +
                                          typeName(property.property_type));
   }
+  requireOwnDirectory(property);
 }
 
 const Variation& requireVariation(const Property& property, int level) {

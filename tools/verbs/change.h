@@ -56,11 +56,19 @@ CLI::Option* addInteger(CLI::App& verb, const std::string& name, std::optional<i
  *  contents: in UTF-8, and without NUL. */
 void requireText(const std::string& text, const std::string& what);
 
+/** Throws a Failure of usage unless @p text, which is @p what, can be the name of a file or a
+ * directory: the stored files of a property are below a directory of its name. */
+void requireFileName(const std::string& text, const std::string& what);
+
+/** Throws a Failure unless the files of @p property, if it has any, are below a directory of its
+ * own. The library takes "../x" for a name as well. */
+void requireOwnDirectory(const Property& property);
+
 /** The property of that name. Throws a Failure (NotFound) when there is none. */
 [[nodiscard]] Property requireProperty(const Diagnostic::DiagnosticReport& report,
                                        const std::string& name);
 
-/** Throws a Failure of usage unless @p property is one of files. */
+/** Throws a Failure of usage unless @p property is one of files, and as requireOwnDirectory(). */
 void requireFileProperty(const Property& property);
 
 /** Its variation of that level. Throws a Failure (NotFound) when there is none. */

@@ -39,6 +39,12 @@ ReportUuid idOf(const CreateOptions& options) {
   return id;
 }
 
+void removeAgain(DiagnosticReport& report) {
+  if (!report.acquireWriteLock(false) || !report.deleteReport()) {
+    warn("the new report " + report.getId().toString() + " stays, without what was to be in it");
+  }
+}
+
 /** Fills in what is not given at creation itself. A report that cannot be filled does not stay. */
 void describe(DiagnosticReport& report, const CreateOptions& options) {
   if (options.description.isEmpty()) {
@@ -46,14 +52,14 @@ void describe(DiagnosticReport& report, const CreateOptions& options) {
   }
   // Whoever watches the repository opens a new report at once, and has it for a moment.
   constexpr long kLeastMs = 5000;
-  if (!takeWriteLock(report, std::max(options.waitMs, kLeastMs))) {
-    throw Failure(ExitStatus::Busy, "the new report " + report.getId().toString() +
-                                        " is in use by another process, and is not described");
-  }
   try {
+    if (!takeWriteLock(report, std::max(options.waitMs, kLeastMs))) {
+      throw Failure(ExitStatus::Busy, "the new report " + report.getId().toString() +
+                                          " is in use by another process, and is not described");
+    }
     options.description.store(report);
   } catch (...) {
-    static_cast<void>(report.deleteReport());  // The first failure is the one to be told.
+    removeAgain(report);  // The first failure is the one to be told.
     throw;
   }
 }

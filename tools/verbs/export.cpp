@@ -10,24 +10,17 @@
 #include "reports/contents.h"
 #include "reports/describe.h"
 #include "reports/repository.h"
+#include "reports/storedfile.h"
 #include "verbs/archive.h"
+#include "verbs/protectedfiles.h"
 #include "verbs/verb.h"
 
-#include <diagnostic/diagnosticreport.h>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -66,120 +59,6 @@ StoredReport readWhenFree(const fs::path& root, const std::string& name,
     std::this_thread::sleep_for(kLookEvery);
   }
 }
-
-/** A file that is open to be read; nothing is waited for when it is a pipe, and no link followed.
- */
-class SourceFile {
- public:
-  explicit SourceFile(fs::path path)
-      : path_(std::move(path)),
-        descriptor_(
-            ::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
-    if (descriptor_ < 0) {
-      error_ = errno;
-    } else {
-      ::fstat(descriptor_, &status_);
-    }
-  }
-  ~SourceFile() {
-    if (descriptor_ >= 0) {
-      ::close(descriptor_);
-    }
-  }
-  SourceFile(const SourceFile&) = delete;
-  SourceFile& operator=(const SourceFile&) = delete;
-
-  /** Throws a Failure when it is there but may not be read. */
-  [[nodiscard]] FileState state() const {
-    switch (error_) {
-      case 0:
-        return S_ISREG(status_.st_mode) ? FileState::Present : FileState::Irregular;
-      case ENOENT:
-        return FileState::Missing;
-      case ELOOP:
-      case ENOTDIR:
-      case ENXIO:
-        return FileState::Irregular;
-      default:
-        fail(error_);
-    }
-  }
-
-  [[nodiscard]] const struct stat& status() const { return status_; }
-
-  /** At most @p size bytes; none at its end. */
-  [[nodiscard]] std::string_view read(std::size_t size) {
-    buffer_.resize(kChunk);
-    ssize_t count = 0;
-    do {
-      checkInterrupt();
-      count = ::read(descriptor_, buffer_.data(), std::min(size, buffer_.size()));
-    } while (count < 0 && errno == EINTR);
-    if (count < 0) {
-      fail(errno);
-    }
-    return {buffer_.data(), static_cast<std::size_t>(count)};
-  }
-
-  /** Whether it was written to since it was opened. */
-  [[nodiscard]] bool hasChanged() const {
-    struct stat now {};
-    ::fstat(descriptor_, &now);
-    return now.st_size != status_.st_size || now.st_mtim.tv_sec != status_.st_mtim.tv_sec ||
-           now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;
-  }
-
- private:
-  [[noreturn]] void fail(int error) const {
-    throw Failure(ExitStatus::Failed, "cannot read " + escaped(path_.native()) + ": " +
-                                          std::system_category().message(error));
-  }
-
-  fs::path path_;
-  int descriptor_;
-  int error_ = 0;
-  struct stat status_ {};
-  std::string buffer_;
-};
-
-/** The files whose content must not get into the archive under any name: those that make the
- * report, and those of variations above the permitted level. */
-class ProtectedFiles {
- public:
-  ProtectedFiles(const StoredReport& report, bool allLevels) {
-    using Diagnostic::DiagnosticReport;
-    const fs::path store = report.directory / DiagnosticReport::kReportMetadataFilename;
-    add(report.directory / DiagnosticReport::kReportLockFilename);
-    add(store);
-    add(store.native() + ".compact");
-    if (allLevels || !report.metadata.contents) {
-      return;
-    }
-    for (const Property& property : *report.metadata.contents) {
-      for (const Variation& variation : property.variations) {
-        const bool isHidden = !isPermitted(variation, report.metadata.permittedLevel());
-        if (const auto file = isHidden && property.isFileProperty() ? storedFile(report, variation)
-                                                                    : std::nullopt) {
-          add(*file);
-        }
-      }
-    }
-  }
-
-  [[nodiscard]] bool include(const struct stat& file) const {
-    return files_.contains({file.st_dev, file.st_ino});
-  }
-
- private:
-  void add(const fs::path& path) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) == 0) {
-      files_.insert({status.st_dev, status.st_ino});
-    }
-  }
-
-  std::set<std::pair<dev_t, ino_t>> files_;
-};
 
 /** A variation that is to be a member. */
 struct Wanted {
@@ -228,6 +107,9 @@ class Exporter {
     }
     manifest_["reports"].append(std::move(entry_));
   }
+
+  /** Whether every file was there that had to be. */
+  [[nodiscard]] bool isComplete() const { return isComplete_; }
 
   /** Adds the manifest. @return what it says. */
   const Json::Value& finish() {
@@ -288,12 +170,7 @@ class Exporter {
 
   void addFile(const StoredReport& report, const std::string& path, const Wanted& wanted,
                const ProtectedFiles& protectedFiles) {
-    const std::optional<fs::path> stored = storedFile(report, *wanted.variation);
-    if (!stored) {
-      leaveOutFile(report, wanted, nameOf(FileState::Outside));
-      return;
-    }
-    SourceFile file(*stored);
+    StoredFile file(report, *wanted.variation);
     if (const FileState state = file.state(); state != FileState::Present) {
       leaveOutFile(report, wanted, nameOf(state));
       return;
@@ -319,7 +196,7 @@ class Exporter {
   }
 
   /** The first @p size bytes; zeros for what it has less by now. @return their digest. */
-  std::string copy(SourceFile& file, std::uint64_t size) {
+  std::string copy(StoredFile& file, std::uint64_t size) {
     Sha256 digest;
     const std::string zeros(kChunk, '\0');
     while (size > 0) {
@@ -344,6 +221,7 @@ class Exporter {
 
   void leaveOutFile(const StoredReport& report, const Wanted& wanted, const char* reason) {
     leaveOut(wanted, reason);
+    isComplete_ = false;
     warn(whatOf(report, wanted) + ": left out, the file is " + reason);
   }
 
@@ -355,6 +233,7 @@ class Exporter {
   ArchiveWriter& archive_;
   bool allLevels_;
   long now_ = currentTime();
+  bool isComplete_ = true;
   Json::Value manifest_;
   Json::Value entry_;  ///< Of the report that is being added.
 };
@@ -387,7 +266,7 @@ ExitStatus exportReports(const Context& context, const ExportOptions& options) {
   if (context.json) {
     printJson(manifest);
   }
-  return ExitStatus::Done;
+  return exporter.isComplete() ? ExitStatus::Done : ExitStatus::Damage;
 }
 
 }  // namespace
@@ -397,7 +276,11 @@ void addExport(CLI::App& program, Context& context) {
       program, context, "export", "Put reports into an archive, with what their consent permits",
       "  kelp-diagnostics export 3f2a -o report.zip\n"
       "  kelp-diagnostics export 3f2a 91c0 -o reports.tar.zst --force\n"
-      "  kelp-diagnostics export 3f2a -o all.tar.gz --all-levels --wait 10s\n",
+      "  kelp-diagnostics export 3f2a -o all.tar.gz --all-levels --wait 10s\n"
+      "\n"
+      "Exit status: 5 also when the archive was written without a file that is missing, or is "
+      "none;\n"
+      "the manifest says which.\n",
       exportReports);
   verb.app->add_option("ID", verb->ids, "The reports: identifiers, or beginnings of them")
       ->required();

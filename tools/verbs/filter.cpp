@@ -62,7 +62,9 @@ void addFilter(CLI::App& program, Context& context) {
       "output\n"
       "takes the file's place. No shell is in between. Unless it ends with status 0 the file "
       "stays\n"
-      "as it is, and the exit status is 1. It need not read everything.\n",
+      "as it is, and the exit status is 1. It need not read everything. The file is written over "
+      "in\n"
+      "place: when the disk is full just then, a part of the new one is left of it.\n",
       filter);
   addChange(*verb.app, verb->change);
   addName(*verb.app, verb->name);

@@ -31,6 +31,9 @@ ExitStatus add(const Context& context, const PropertyOptions& options) {
   requireText(options.mediaType, "the media type");
   const Tags tags = tagsOf(options);
   const PropertyType type = typeNamed(options.type).value();
+  if (type == PropertyType::FILE) {
+    requireFileName(options.name, "the name of a property of files");
+  }
   require(openForChange(context, options.change)
               ->createReportContentProperty(options.name, type, options.mediaType, tags));
   return ExitStatus::Done;
@@ -50,7 +53,7 @@ ExitStatus list(const Context& context, const ListOptions& options) {
 
 ExitStatus remove(const Context& context, const PropertyOptions& options) {
   const auto report = openForChange(context, options.change);
-  static_cast<void>(requireProperty(*report, options.name));
+  requireOwnDirectory(requireProperty(*report, options.name));
   require(report->removeReportContentProperty(options.name));
   return ExitStatus::Done;
 }

@@ -1,4 +1,6 @@
 #include "base/clock.h"
+#include "base/files.h"
+#include "base/interrupt.h"
 #include "base/json.h"
 #include "base/output.h"
 #include "base/progress.h"
@@ -30,6 +32,7 @@ struct PruneOptions {
 struct Candidate {
   StoredReport report;
   std::uint64_t size;
+  bool isGone = false;  ///< It counts no more.
 };
 
 /** What is in the repository at a moment. */
@@ -156,6 +159,12 @@ class Account {
   Json::Value document_ = jsonDocument("removed");
 };
 
+/** Whether nothing was added to a directory, or removed, between two looks at it. */
+bool isSame(const std::optional<Entry>& a, const std::optional<Entry>& b) {
+  return a && b && a->status.st_mtim.tv_sec == b->status.st_mtim.tv_sec &&
+         a->status.st_mtim.tv_nsec == b->status.st_mtim.tv_nsec;
+}
+
 /** Takes reports away, the oldest first, until the limits are kept or nothing more may go. */
 class Pruning {
  public:
@@ -171,23 +180,41 @@ class Pruning {
       ++stock_.count;
       stock_.size += candidate.size;
     }
+    try {
+      considerAll();
+    } catch (const Interrupted&) {
+      account_.finish(stock_);  // What was done is told in every case.
+      flushOutput();
+      throw;
+    }
+    tellOfLimits();
+    account_.finish(stock_);
+    return hasFailed_ ? ExitStatus::Failed : ExitStatus::Done;
+  }
+
+ private:
+  void considerAll() {
     Progress progress(options_.dryRun ? "Looking at reports" : "Pruning reports",
                       candidates_.size());
-    for (const Candidate& candidate : candidates_) {
-      consider(candidate);
+    rootAsKnown_ = entryAt(context_.root);
+    for (Candidate& candidate : candidates_) {
+      forgetWhatOthersRemoved();
+      if (!candidate.isGone) {
+        consider(candidate);
+      }
       progress.step();
     }
+  }
+
+  void tellOfLimits() {
     if (tooOld_ > 0) {
       account_.exceeded(Limits::Breach{"max-age", {}},
                         counted(tooOld_, "report") + (tooOld_ == 1 ? " is" : " are") + " older");
     }
     account_.exceeded(limits_.byCount(stock_), counted(stock_.count, "report") + " left");
     account_.exceeded(limits_.bySize(stock_), sizeText(stock_.size) + " left");
-    account_.finish(stock_);
-    return hasFailed_ ? ExitStatus::Failed : ExitStatus::Done;
   }
 
- private:
   /** All reports, the oldest first. */
   static std::vector<Candidate> readCandidates(const std::filesystem::path& root) {
     std::vector<StoredReport> reports = readReports(root);
@@ -200,27 +227,44 @@ class Pruning {
     return candidates;
   }
 
-  void consider(const Candidate& candidate) {
-    const StoredReport& report = candidate.report;
-    if (!report.isSound()) {
-      account_.left(report, report.stageText());  // Whatever the limits say: somebody must look.
+  /** Others may prune, too: what they have removed does not count any more. */
+  void forgetWhatOthersRemoved() {
+    const auto root = entryAt(context_.root);
+    if (isSame(root, rootAsKnown_)) {
       return;
     }
+    rootAsKnown_ = root;
+    for (Candidate& candidate : candidates_) {
+      if (!candidate.isGone && !entryAt(candidate.report.directory)) {
+        forget(candidate);
+      }
+    }
+  }
+
+  void forget(Candidate& candidate) {
+    candidate.isGone = true;
+    --stock_.count;
+    stock_.size -= candidate.size;
+  }
+
+  void consider(Candidate& candidate) {
+    const StoredReport& report = candidate.report;
     const auto breach = limits_.brokenBy(report, stock_);
     if (!breach) {
       return;
     }
-    if (options_.uploadedOnly && stageOf(report.metadata) != Stage::Uploaded) {
+    if (!report.isSound()) {
+      leave(report, report.stageText());
+    } else if (options_.uploadedOnly && stageOf(report.metadata) != Stage::Uploaded) {
       keep(report);  // No word for each: that is what was asked for.
-    } else if (!report.metadata.created) {
-      leave(report, "no time of creation");
     } else {
       take(candidate, *breach);
     }
   }
 
-  void take(const Candidate& candidate, const Limits::Breach& breach) {
+  void take(Candidate& candidate, const Limits::Breach& breach) {
     using Outcome = Removal::Outcome;
+    const auto rootBefore = entryAt(context_.root);
     const Removal removal = options_.dryRun ? rehearse(candidate.report)
                                             : removeReport(context_.root, candidate.report, false);
     if (removal.outcome == Outcome::Busy || removal.outcome == Outcome::Damaged ||
@@ -229,8 +273,10 @@ class Pruning {
       hasFailed_ |= removal.outcome == Outcome::Failed;
       return;
     }
-    --stock_.count;
-    stock_.size -= candidate.size;
+    if (isSame(rootBefore, rootAsKnown_)) {
+      rootAsKnown_ = entryAt(context_.root);  // Changed by the removal.
+    }
+    forget(candidate);
     if (removal.outcome == Outcome::Removed) {
       account_.removed(candidate, breach);
     }
@@ -254,6 +300,7 @@ class Pruning {
   Limits limits_;
   Account account_;
   std::vector<Candidate> candidates_;
+  std::optional<Entry> rootAsKnown_;  ///< Its times tell whether others have changed it.
   Stock stock_;
   std::size_t tooOld_ = 0;
   bool hasFailed_ = false;
@@ -270,8 +317,7 @@ constexpr const char* kHelp =
     "\n"
     "At least one limit is needed. The limits are about the repository as a whole: all reports\n"
     "count, also those that may not go. The oldest go first, until every limit is kept. A report\n"
-    "that is in use, is damaged or half-made (see check), or has no time of creation is never\n"
-    "pruned.\n"
+    "that is in use, is damaged or half-made (see check), or may not be read is never pruned.\n"
     "\n"
     "Exit status: 0 also when a limit could not be reached, which is told on the standard error;\n"
     "1 when a report could not be removed though it is sound and not in use.\n";

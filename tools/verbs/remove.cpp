@@ -1,3 +1,4 @@
+#include "base/interrupt.h"
 #include "base/json.h"
 #include "base/output.h"
 #include "base/progress.h"
@@ -109,9 +110,16 @@ ExitStatus remove(const Context& context, const RemoveOptions& options) {
   }
   Account account(context.json);
   Progress progress("Removing reports", reports.size());
-  for (const StoredReport& report : reports) {
-    account.add(report, removeReport(context.root, report, options.force));
-    progress.step();
+  try {
+    for (const StoredReport& report : reports) {
+      checkInterrupt();
+      account.add(report, removeReport(context.root, report, options.force));
+      progress.step();
+    }
+  } catch (const Interrupted&) {
+    static_cast<void>(account.finish());  // What was done is told in every case.
+    flushOutput();
+    throw;
   }
   return account.finish();
 }

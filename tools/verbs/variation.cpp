@@ -89,6 +89,7 @@ ExitStatus add(const Context& context, const VariationOptions& options) {
 ExitStatus remove(const Context& context, const VariationOptions& options) {
   const auto report = openForChange(context, options.change);
   const Property property = requireProperty(*report, options.name);
+  requireOwnDirectory(property);
   static_cast<void>(requireVariation(property, options.level));
   require(report->removeContentPropertyVariation(options.name, options.level));
   return ExitStatus::Done;

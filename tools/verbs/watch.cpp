@@ -9,14 +9,11 @@
 #include "reports/repository.h"
 #include "verbs/verb.h"
 
-#include <stdio_ext.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -159,7 +156,8 @@ ExitStatus watch(const Context& context, const WatchOptions& options) {
     if (interrupted.signal != SIGINT && interrupted.signal != SIGTERM) {
       throw;
     }
-    ::__fpurge(stdout);  // The rest of a line that its reader did not take.
+    forgetInterrupt();  // This is how it is meant to end.
+    discardOutput();    // The rest of a line that its reader did not take.
   }
   return ExitStatus::Done;
 }

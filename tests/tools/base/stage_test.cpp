@@ -62,9 +62,9 @@ TEST(StageNames, AreInOrderAndAreFound) {
   for (const char* const text : {"", "damaged", "Uploaded", "upload"}) {
     EXPECT_FALSE(stageNamed(text)) << text;
   }
-  EXPECT_THAT(allStageTexts(),
-              ElementsAre("creating", "collecting", "awaiting-consent", "awaiting-policy",
-                          "awaiting-upload", "uploaded", "half-made", "damaged", "mismatched"));
+  EXPECT_THAT(allStageTexts(), ElementsAre("creating", "collecting", "awaiting-consent",
+                                           "awaiting-policy", "awaiting-upload", "uploaded",
+                                           "half-made", "damaged", "mismatched", "unreadable"));
 }
 
 TEST(PermittedLevel, IsTheSmallerConsentLevel) {

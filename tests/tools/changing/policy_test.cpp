@@ -63,11 +63,29 @@ TEST_F(PolicyTest, OnlySaysWhatItWouldDrop) {
   EXPECT_EQ(repository_.snapshot(), before);
 }
 
-TEST_F(PolicyTest, RefusesAReportWithoutContents) {
+TEST_F(PolicyTest, HasNothingToDropFromAReportWithoutContents) {
   const std::string empty = repository_.create()->getId().toString();
-  refuse({"apply-policy", empty}, 1,
-         "Cannot remove content property variations from report with no contents");
-  refuse({"apply-policy", empty, "--dry-run"}, 1, "the report " + empty + " has no contents");
+  perform({"apply-policy", empty});
+  perform({"apply-policy", empty, "--dry-run"});
+}
+
+TEST_F(PolicyTest, PrintsOneDocument) {
+  for (const bool dryRun : {true, false}) {
+    std::vector<std::string> arguments{"apply-policy", id_, "--json"};
+    if (dryRun) {
+      arguments.emplace_back("--dry-run");
+    }
+    const Json::Value document = run(arguments).json();
+    EXPECT_EQ(document["schema"], 1);
+    EXPECT_EQ(document["dry_run"], dryRun);
+    ASSERT_EQ(document["dropped"].size(), 3U);
+    EXPECT_EQ(document["dropped"][0]["property"], "log");
+    EXPECT_EQ(document["dropped"][0]["level"], 11);
+    EXPECT_EQ(document["dropped"][2]["property"], "na\033me\n");
+  }
+  const Json::Value nothing = run({"apply-policy", id_, "--json"}).json();
+  EXPECT_TRUE(nothing["dropped"].isArray());
+  EXPECT_EQ(nothing["dropped"].size(), 0U);
 }
 
 }  // namespace

@@ -1,9 +1,18 @@
 // `prune`.
 
 #include "damage.h"
+#include "support/childprocess.h"
+#include "support/waituntil.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
+#include <csignal>
+#include <memory>
 #include <numeric>
 
 namespace KELP::Test {
@@ -178,10 +187,84 @@ TEST_F(Prune, NeverRemovesAReportWithoutATimeOfCreation) {
   EXPECT_EQ(run({"prune", "--max-age", "1h"}).lines().size(), 4U);
   const ToolResult result = run({"prune", "--max-count", "0"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output, "left " + idOf(3) + ": no time of creation\n");
+  EXPECT_EQ(result.output, "left " + idOf(3) + ": damaged\n");
   EXPECT_EQ(result.errors,
             "kelp-diagnostics: the limit --max-count was not reached: 1 report left\n");
   EXPECT_TRUE(exists(idOf(3)));
+}
+
+/** Many reports more, and a run that stands still in the middle since nobody reads what it
+ * prints. */
+class PruneInTheMiddle : public Prune {
+ protected:
+  static constexpr unsigned kMore = 200;
+
+  PruneInTheMiddle() {
+    const std::filesystem::path model = repository_.root() / idOf(1);
+    for (unsigned number = 100; number < 100 + kMore; ++number) {
+      fs::copy(model, repository_.root() / idOf(number), fs::copy_options::recursive);
+      repository_.writeKey(idOf(number), "report_id", idOf(number));
+      repository_.writeKey(idOf(number), "created", std::to_string(1'000'000'000 + number));
+    }
+  }
+
+  /** Starts it, and waits until its output, a pipe, is full. */
+  std::unique_ptr<ChildProcess> start(const std::vector<std::string>& more) {
+    EXPECT_EQ(::mkfifo(pipe_.c_str(), 0600), 0);
+    reader_ = ::open(pipe_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(::fcntl(reader_, F_SETPIPE_SZ, kPipe), kPipe);
+    std::vector<std::string> command{"/bin/sh", "-c", R"(out=$1; shift; exec "$0" "$@" > "$out")",
+                                     toolPath(), pipe_.native()};
+    for (const std::string& argument : repository_.arguments({"prune"})) {
+      command.push_back(argument);
+    }
+    command.insert(command.end(), more.begin(), more.end());
+    auto tool = std::make_unique<ChildProcess>(command);
+    EXPECT_TRUE(waitUntil([&] {
+      int size = 0;
+      return ::ioctl(reader_, FIONREAD, &size) == 0 && size > kPipe / 2;
+    }));
+    return tool;
+  }
+
+  /** Reads all that is printed until the end. */
+  std::string drain(ChildProcess& tool) {
+    ::fcntl(reader_, F_SETFL, 0);
+    std::string all;
+    std::array<char, 4096> piece{};
+    for (ssize_t size = 0; (size = ::read(reader_, piece.data(), piece.size())) > 0;) {
+      all.append(piece.data(), static_cast<std::size_t>(size));
+    }
+    ::close(reader_);
+    status_ = tool.wait();
+    return all;
+  }
+
+  static constexpr int kPipe = 8192;
+  TemporaryDirectory directory_;
+  std::filesystem::path pipe_ = directory_ / "pipe";
+  int reader_ = -1;
+  int status_ = -1;
+};
+
+TEST_F(PruneInTheMiddle, DoesNotCountWhatOthersRemoveMeanwhile) {
+  const auto tool = start({"--max-count", "50"});
+  constexpr unsigned kByOthers = 60;
+  for (unsigned number = 100 + kMore - kByOthers; number < 100 + kMore; ++number) {
+    fs::remove_all(repository_.root() / idOf(number));
+  }
+  drain(*tool);
+  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(names().size(), 50U);
+}
+
+TEST_F(PruneInTheMiddle, TellsWhatItHasRemovedWhenItIsInterrupted) {
+  const auto tool = start({"--max-count", "5"});
+  tool->signal(SIGINT);
+  const std::string printed = drain(*tool);
+  EXPECT_EQ(status_, 128 + SIGINT);
+  EXPECT_GT(names().size(), 5U);
+  EXPECT_LT(names().size(), 5U + kMore);
 }
 
 TEST_F(Prune, PrintsOneDocument) {

@@ -1,10 +1,17 @@
 // `remove`.
 
 #include "damage.h"
+#include "support/childprocess.h"
+#include "support/waituntil.h"
+#include "tools/support/otheruser.h"
 
 #include <gmock/gmock.h>
+#include <json/reader.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <iterator>
+#include <sstream>
 
 namespace KELP::Test {
 namespace {
@@ -13,6 +20,7 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 const std::string kFirst = idOf(0x11111111);
 const std::string kSecond = idOf(0x22222222);
@@ -182,14 +190,87 @@ TEST_F(Remove, TellsWhatForceCouldNotRemove) {
   EXPECT_TRUE(exists(kFirst));
 }
 
-TEST_F(Remove, RemovesALinkAndNotWhatItLeadsTo) {
+TEST_F(Remove, NeverTouchesWhatALinkLeadsTo) {
   const TemporaryDirectory elsewhere;
-  writeFile(elsewhere / "kept", "data");
-  const std::string link = idOf(0x44444444);
-  fs::create_directory_symlink(elsewhere.path(), repository_.root() / link);
-  EXPECT_EQ(run({"remove", "--force", "4444"}).status, 0);
-  EXPECT_THAT(names(), ElementsAre(kFirst, kSecond, kThird));
-  EXPECT_EQ(readFile(elsewhere / "kept"), "data");
+  writeFile(elsewhere / "lock", "");
+  writeFile(elsewhere / "metadata.db", "data");
+  const std::string out = idOf(0x44444444);
+  const std::string toAnother = idOf(0x55555555);
+  fs::create_directory_symlink(elsewhere.path(), repository_.root() / out);
+  fs::create_directory_symlink(repository_.root() / kFirst, repository_.root() / toAnother);
+  const auto before = repository_.snapshot();
+  for (const std::string& link : {out, toAnother}) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"remove", link}, {"remove", "--force", link}}) {
+      const ToolResult result = run(arguments);
+      EXPECT_EQ(result.status, 3);
+      EXPECT_EQ(result.errors, "kelp-diagnostics: there is no report \"" + link + "\"\n");
+    }
+  }
+  EXPECT_EQ(repository_.snapshot(), before);
+  EXPECT_EQ(readFile(elsewhere / "metadata.db"), "data");
+}
+
+TEST_F(Remove, SaysWhyAReportMayNotBeRemoved) {
+  fs::permissions(repository_.root().parent_path(), fs::perms(0755));
+  fs::permissions(repository_.root(), fs::perms(0777));
+  fs::permissions(repository_.root() / kFirst / "metadata.db", fs::perms(0600));
+  const auto unreadable = runToolAsNobody(repository_.arguments({"remove", "--force", kFirst}));
+  if (!unreadable) {
+    GTEST_SKIP() << "only root can become another user";
+  }
+  EXPECT_EQ(unreadable->status, 1);
+  EXPECT_EQ(unreadable->errors,
+            "kelp-diagnostics: the report " + kFirst + " was not removed: Permission denied\n");
+  EXPECT_TRUE(fs::exists(repository_.root() / kFirst / "metadata.db"));
+}
+
+TEST(RemoveOfMany, TellsWhatItHasRemovedWhenItIsInterrupted) {
+  constexpr std::size_t kMany = 1000;
+  const TemporaryInMemory inMemory;
+  const Repository repository;
+  std::vector<std::string> command = repository.arguments({"remove", "-y", "--json"});
+  command.insert(command.begin(), toolPath());
+  const std::vector<std::string> ids = repository.createMany(kMany);
+  command.insert(command.end(), ids.begin(), ids.end());
+  const auto left = [&] {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(repository.root()), fs::directory_iterator()));
+  };
+  ChildProcess tool(command);
+  ASSERT_TRUE(waitUntil([&] { return left() < kMany; }));
+  tool.signal(SIGINT);
+  std::string document;
+  while (const auto line = tool.receive()) {
+    document += *line;
+  }
+  EXPECT_EQ(tool.wait(), 128 + SIGINT);
+  Json::Value value;
+  std::istringstream stream(document);
+  stream >> value;
+  EXPECT_GT(left(), 0U);
+  EXPECT_EQ(value["removed"].size(), kMany - left());
+}
+
+TEST_F(Remove, SaysThatAPartIsLeft) {
+  fs::permissions(repository_.root().parent_path(), fs::perms(0755));
+  fs::permissions(repository_.root(), fs::perms(0777));
+  // All is this user's, but for the directory of a file.
+  const fs::path directory = repository_.root() / kFirst;
+  constexpr uid_t kNobody = 65534;
+  for (const char* const name : {"", "lock", "metadata.db", "contentfiles"}) {
+    if (::chown((directory / name).c_str(), kNobody, kNobody) != 0) {
+      GTEST_SKIP() << "only root can give files away";
+    }
+  }
+  const auto result = runToolAsNobody(repository_.arguments({"remove", kFirst}));
+  if (!result) {
+    GTEST_SKIP() << "only root can become another user";
+  }
+  EXPECT_EQ(result->status, 1);
+  EXPECT_THAT(result->errors, HasSubstr("; a part of it is left\n"));
+  EXPECT_THAT(result->errors, Not(HasSubstr("--force")));
+  EXPECT_TRUE(fs::exists(directory / "contentfiles" / "log"));
 }
 
 TEST_F(Remove, PrintsOneDocument) {

@@ -157,10 +157,10 @@ TEST_F(ManyReports, ShowProgressOnATerminal) {
   EXPECT_THAT(output, HasSubstr("\r\x1b[K\x1b[1mID"));
 }
 
-/** Whether the process waits in the call `write` to its standard output. */
-bool isWriting(pid_t process) {
+/** Whether the process waits in the call `ppoll`: after its first output for room for more. */
+bool isWaiting(pid_t process) {
   return readFile("/proc/" + std::to_string(process) + "/syscall")
-      .starts_with(std::to_string(SYS_write) + " 0x1 ");
+      .starts_with(std::to_string(SYS_ppoll) + " ");
 }
 
 // It is blocked in the middle of its output, because nobody reads that.
@@ -182,7 +182,7 @@ TEST_F(ManyReports, EndBySignal) {
     }
     ::close(out[1]);
     ::close(errors[1]);
-    EXPECT_TRUE(waitUntil(isWriting, child));
+    EXPECT_TRUE(waitUntil(isWaiting, child));
     ::kill(child, signal);
     int status = 0;
     ::waitpid(child, &status, 0);

@@ -1,6 +1,7 @@
 // Verbs that only read change nothing, lock nothing, and need no permission to write.
 
 #include "tools/reading/readingfixture.h"
+#include "tools/support/otheruser.h"
 #include "tools/support/systemcallfilter.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -80,30 +81,18 @@ TEST_P(ReadingVerb, DoesNotWaitForAWriter) {
 }
 
 TEST_P(ReadingVerb, NeedsNoPermissionToWrite) {
-  if (::geteuid() != 0) {
-    GTEST_SKIP() << "only root can become another user";
-  }
-  constexpr uid_t kNobody = 65534;
   fs::permissions(repository_.root().parent_path(), fs::perms(0755));
-  ToolResult result;
-  bool mayRun = false;
   bool mayWrite = true;
-  // Users are a matter of the thread, when the system is asked directly.
-  std::thread([&] {
-    if (::syscall(SYS_setresgid, kNobody, kNobody, kNobody) == 0 &&
-        ::syscall(SYS_setresuid, kNobody, kNobody, kNobody) == 0) {
-      mayRun = ::access(toolPath().c_str(), X_OK) == 0;
-      mayWrite = ::access(repository_.root().c_str(), W_OK) == 0 ||
-                 ::access(storeOf(kFirst).c_str(), W_OK) == 0;
-      result = run(GetParam().arguments);
-    }
-  }).join();
-  if (!mayRun) {
-    GTEST_SKIP() << "other users cannot run " << toolPath();
+  const auto result = runToolAsNobody(repository_.arguments(GetParam().arguments), [&] {
+    mayWrite = ::access(repository_.root().c_str(), W_OK) == 0 ||
+               ::access(storeOf(kFirst).c_str(), W_OK) == 0;
+  });
+  if (!result) {
+    GTEST_SKIP() << "only root can become another user, who may run " << toolPath();
   }
   ASSERT_FALSE(mayWrite);
-  EXPECT_EQ(result.status, GetParam().status) << result.errors;
-  EXPECT_EQ(result.output, run(GetParam().arguments).output);
+  EXPECT_EQ(result->status, GetParam().status) << result->errors;
+  EXPECT_EQ(result->output, run(GetParam().arguments).output);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -118,25 +107,45 @@ INSTANTIATE_TEST_SUITE_P(
                     Reading{"CheckJson", {"check", "--json"}, 5}),
     [](const auto& test) { return test.param.name; });
 
-/** A report that its reader may not read. */
-TEST_F(ReadingTest, ShowsAReportThatMayNotBeReadAsDamaged) {
-  if (::geteuid() != 0) {
+class UnreadableReport : public ReadingTest {
+ protected:
+  UnreadableReport() {
+    make(kFirst);
+    make(kSecond);
+    fs::permissions(repository_.root().parent_path(), fs::perms(0755));
+  }
+
+  /** Runs as a user who may not read all. */
+  [[nodiscard]] std::optional<ToolResult> runAsNobody(
+      const std::vector<std::string>& arguments) const {
+    return runToolAsNobody(repository_.arguments(arguments));
+  }
+};
+
+TEST_F(UnreadableReport, IsListedAsSuchWhateverMayNotBeRead) {
+  fs::permissions(repository_.root() / kFirst, fs::perms(0700));
+  fs::permissions(storeOf(kSecond), fs::perms(0600));
+  const auto result = runAsNobody({"list", "--no-legend"});
+  if (!result) {
     GTEST_SKIP() << "only root can become another user";
   }
-  make(kFirst);
-  fs::permissions(repository_.root().parent_path(), fs::perms(0755));
-  fs::permissions(repository_.root() / kFirst, fs::perms(0700));
-  ToolResult result;
-  std::thread([&] {
-    if (::syscall(SYS_setresuid, 65534, 65534, 65534) == 0) {
-      result = run({"list", "--no-legend"});
-    }
-  }).join();
-  if (result.status == 127) {
-    GTEST_SKIP() << "other users cannot run " << toolPath();
+  EXPECT_EQ(result->status, 0);
+  EXPECT_THAT(result->lines(), testing::SizeIs(2));
+  EXPECT_THAT(result->lines(), testing::Each(testing::HasSubstr("  unreadable  ")));
+}
+
+TEST_F(UnreadableReport, IsNotTakenForADamagedOneByThoseThatLookIntoIt) {
+  fs::permissions(storeOf(kFirst), fs::perms(0600));
+  const auto shown = runAsNobody({"show", kFirst});
+  if (!shown) {
+    GTEST_SKIP() << "only root can become another user";
   }
-  EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.output, testing::HasSubstr("  damaged  "));
+  EXPECT_EQ(shown->status, 1);
+  EXPECT_THAT(shown->output, testing::HasSubstr("unreadable (Permission denied)"));
+  const auto written = runAsNobody({"cat", kFirst, "note"});
+  EXPECT_EQ(written->status, 1);
+  EXPECT_EQ(written->errors, std::string("kelp-diagnostics: cannot read the report ") + kFirst +
+                                 ": Permission denied\n");
 }
 
 // The filter of LocksNothingAndOpensNothingForWriting sees what it is there for.

@@ -356,11 +356,45 @@ TEST_F(ShowTest, ShowsWhatIsKnownOfAHalfMadeReport) {
   EXPECT_THAT(begun.lines(),
               IsSupersetOf({"Stage:           half-made (being created, or left by a process that "
                             "died)",
-                            "Created:         -", "Application:     -"}));
+                            "Size:            0 B", "Lock:            free"}));
+  EXPECT_THAT(begun.output, Not(HasSubstr("Created:")));
   const ToolResult unlocked = run({"show", kSecond, "--utc"});
   EXPECT_EQ(unlocked.status, 5);
   EXPECT_THAT(unlocked.lines(), Contains("Application:     7"));
   EXPECT_EQ(run({"show", kSecond, "--json"}).json()["report"]["stage"], "half-made");
+}
+
+TEST_F(ShowTest, ShowsWhatIsKnownOfAReportWithUnreadableValues) {
+  make(kFirst);
+  repository_.writeKey(kFirst, "created", "yesterday");
+  repository_.writeKey(kFirst, "report_contents", "no list");
+  repository_.writeKey(kFirst, "upload_complete", "perhaps");
+  const ToolResult result = run({"show", kFirst});
+  EXPECT_EQ(result.status, 5);
+  EXPECT_THAT(
+      result.lines(),
+      IsSupersetOf({"Stage:           damaged (cannot be read: created, upload_complete, "
+                    "report_contents)",
+                    "Created:         -", "Application:     7", "Contents:        unreadable"}));
+  const ToolResult json = run({"show", kFirst, "--json"});
+  EXPECT_EQ(json.status, 5);
+  const Json::Value report = json.json()["report"];
+  EXPECT_EQ(report["stage"], "damaged");
+  EXPECT_EQ(report["app"], 7);
+  for (const char* const member : {"created", "upload_complete", "contents"}) {
+    EXPECT_TRUE(report.isMember(member) && report[member].isNull()) << member;
+  }
+}
+
+TEST_F(ShowTest, SaysNothingOfWhatADamagedStoreMayHold) {
+  makeDamaged(kFirst);
+  const Json::Value report = run({"show", kFirst, "--json"}).json()["report"];
+  for (const char* const member :
+       {"consent_level", "max_consent_level", "permitted_level", "creation_complete",
+        "user_interaction_complete", "data_collection_complete", "data_policy_applied",
+        "upload_complete", "contents"}) {
+    EXPECT_TRUE(report.isMember(member) && report[member].isNull()) << member;
+  }
 }
 
 TEST_F(ShowTest, ShowsWhatIsKnownOfAMismatchedReport) {

@@ -66,7 +66,7 @@ TEST_F(StatsTest, PrintsADocumentWhenThereIsNothing) {
   EXPECT_TRUE(value["largest"].isNull());
   EXPECT_TRUE(value["apps"].isArray());
   EXPECT_EQ(value["apps"].size(), 0U);
-  EXPECT_EQ(value["stages"].size(), 9U);
+  EXPECT_EQ(value["stages"].size(), 10U);
   EXPECT_EQ(value["ages"].size(), 6U);
 }
 
@@ -87,7 +87,7 @@ TEST_F(StatsTest, CountsByStage) {
               ElementsAre(Pair("awaiting-consent", 0), Pair("awaiting-policy", 0),
                           Pair("awaiting-upload", 0), Pair("collecting", 1), Pair("creating", 1),
                           Pair("damaged", 1), Pair("half-made", 1), Pair("mismatched", 1),
-                          Pair("uploaded", 0)));
+                          Pair("unreadable", 0), Pair("uploaded", 0)));
 }
 
 TEST_F(StatsTest, CountsByApplicationTheMostFirst) {
@@ -160,7 +160,8 @@ TEST_F(StatsTest, PrintsTablesWithoutBarsIntoAPipe) {
                                    "collecting              0", "awaiting-consent        0",
                                    "awaiting-policy         0", "awaiting-upload         0",
                                    "uploaded                0", "half-made               1",
-                                   "damaged                 0", "mismatched              0",  //
+                                   "damaged                 0", "mismatched              0",
+                                   "unreadable              0",  //
                                    "", "APP               REPORTS", "7                       2",
                                    "unknown                 1",  //
                                    "", "AGE               REPORTS", "under 1 hour            2",

@@ -58,8 +58,9 @@ bool forbidLocksAndWrites() {
   forbid(filter, __NR_unlink);
   forbid(filter, __NR_rename);
 #endif
-  for (const std::uint32_t number :
-       {__NR_openat2, __NR_mkdirat, __NR_unlinkat, __NR_renameat2, __NR_truncate, __NR_linkat}) {
+  constexpr std::uint32_t kForbidden[] = {__NR_openat2,   __NR_mkdirat,  __NR_unlinkat,
+                                          __NR_renameat2, __NR_truncate, __NR_linkat};
+  for (const std::uint32_t number : kForbidden) {
     forbid(filter, number);
   }
   filter.push_back(finish(SECCOMP_RET_ALLOW));

@@ -61,7 +61,7 @@ TEST_P(WatchReaderTest, WhoGoesEndsItWithoutAWord) {
 INSTANTIATE_TEST_SUITE_P(All, WatchReaderTest, testing::Values(1, 3));
 
 TEST_F(WatchEndTest, ItEndsWhileItsReaderReadsNothing) {
-  constexpr int kSmall = 4096;
+  constexpr int kSmall = 8192;
   createSome(100);
   const TemporaryDirectory directory;
   const std::string pipe = directory / "pipe";
@@ -71,10 +71,10 @@ TEST_F(WatchEndTest, ItEndsWhileItsReaderReadsNothing) {
   ASSERT_EQ(::fcntl(reader, F_SETPIPE_SZ, kSmall), kSmall);
   ChildProcess tool({"/bin/sh", "-c", R"(exec "$0" -C "$1" watch > "$2")", toolPath(),
                      repository_.root().native(), pipe});
-  // A line has less than 120 bytes, so now it waits for room, or is about to.
+  // The second half of the pipe is in use: now it waits for room, or is about to.
   ASSERT_TRUE(waitUntil([&] {
     int size = 0;
-    return ::ioctl(reader, FIONREAD, &size) == 0 && size > kSmall - 120;
+    return ::ioctl(reader, FIONREAD, &size) == 0 && size > kSmall / 2;
   }));
   tool.signal(SIGINT);
   EXPECT_EQ(tool.wait(), 0);

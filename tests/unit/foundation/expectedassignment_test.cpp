@@ -161,7 +161,8 @@ TEST(ExpectedStorageTest, AssigningAStorageToItselfTouchesNothing) {
     static_cast<void>(ledger.takeEvents());
     const Storage& same = storage;
     storage = same;
-    storage = std::move(storage);  // NOLINT(clang-diagnostic-self-move)
+    Storage& itself = storage;
+    storage = std::move(itself);
     EXPECT_THAT(ledger.takeEvents(), IsEmpty());
     EXPECT_EQ(storage.state(), held);
   }

@@ -112,7 +112,7 @@ TEST_F(StoreCompaction, KeepsContentsForEveryOpenObject) {
 
 TEST_F(StoreCompaction, KeepsTheFilesMode) {
   KeyValueStore store = open();
-  for (const mode_t mode : {0600, 0640, 0666, 0604}) {
+  for (const mode_t mode : {0600U, 0640U, 0666U, 0604U}) {
     ASSERT_EQ(::chmod(file().c_str(), mode), 0);
     ASSERT_NO_FATAL_FAILURE(compact(store));
     EXPECT_EQ(statusOf(file()).st_mode & 07777, mode);

@@ -184,7 +184,8 @@ TEST_F(ObserverHandlers, RememberTheWritingBeyondARemoval) {
 TEST_F(ObserverHandlers, TellNothingOfWhatIsNotThere) {
   makeKnown();
   fs::remove(dirOf(id));
-  for (const std::uint32_t mask : {IN_CREATE, IN_MOVED_TO, IN_MODIFY | IN_CLOSE_WRITE}) {
+  constexpr std::uint32_t kMasks[] = {IN_CREATE, IN_MOVED_TO, IN_MODIFY | IN_CLOSE_WRITE};
+  for (const std::uint32_t mask : kMasks) {
     tellReport(id, mask, kMetadata);
     expectTold(kNothing);
   }
