@@ -4,6 +4,7 @@
 #include "integration/contents/files/tracedrun.h"
 #include "integration/observer/observerfixture.h"
 #include "integration/observer/producer.h"
+#include "support/strace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -82,7 +83,7 @@ std::ostream& operator<<(std::ostream& out, const KilledCommand& command) {
 class KilledAnywhere : public KilledProducer, public testing::WithParamInterface<KilledCommand> {
  protected:
   void SetUp() override {
-    if (const std::string why = TracedRun::unavailable(); !why.empty()) GTEST_SKIP() << why;
+    if (const std::string why = whyNoStrace(); !why.empty()) GTEST_SKIP() << why;
     observer_->start();
   }
 

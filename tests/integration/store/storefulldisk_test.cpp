@@ -1,12 +1,7 @@
 // The system refuses to write: nothing is changed, and all works again when it can.
 
 #include "integration/store/actor.h"
-
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <unistd.h>
-
-#include <cstring>
+#include "support/smalldisk.h"
 
 namespace KELP::Test {
 namespace {
@@ -95,43 +90,21 @@ TEST_F(StoreFileLimit, ADescriptorLimitRefusesChangesAndStillReads) {
   EXPECT_TRUE(actor().set("key", 2, 100));
 }
 
-/** A small file system of its own under the test's directory. */
 class StoreFullDisk : public StoreTest {
  protected:
   void SetUp() override {
-    fs::create_directory(disk_);
-    if (::mount("kelp-test", disk_.c_str(), "tmpfs", 0, "size=512k") != 0) {
-      GTEST_SKIP() << "no file system can be mounted here: " << std::strerror(errno);
-    }
-    mounted_ = true;
+    if (!disk_.unavailable().empty()) GTEST_SKIP() << disk_.unavailable();
   }
 
-  ~StoreFullDisk() override {
-    if (mounted_) ::umount2(disk_.c_str(), MNT_DETACH);
-  }
+  [[nodiscard]] fs::path onDisk(const std::string& name) const { return disk_.path() / name; }
 
-  [[nodiscard]] fs::path onDisk(const std::string& name) const { return disk_ / name; }
-
-  /** Writes a file until nothing more fits. */
-  void fill() {
-    const int filler = ::open(onDisk("filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_GE(filler, 0);
-    const std::string block(4096, 'x');
-    while (::write(filler, block.data(), block.size()) > 0) {
-    }
-    EXPECT_EQ(errno, ENOSPC);
-    ::close(filler);
-  }
-
- private:
-  const fs::path disk_ = directory() / "disk";
-  bool mounted_ = false;
+  const SmallDisk disk_{directory() / "disk", 512};
 };
 
 TEST_F(StoreFullDisk, RefusesAChangeAndChangesNothingUntilThereIsSpace) {
   KeyValueStore store = openStore(onDisk("metadata.db"));
   ASSERT_TRUE(store.set("key", patternValue(1, 3000)));
-  fill();
+  disk_.fill(0);
   const std::string before = readFile(onDisk("metadata.db"));
   EXPECT_FALSE(store.set("key", patternValue(2, 8000)));
   EXPECT_FALSE(store.set("other", patternValue(3, 8000)));
@@ -140,7 +113,7 @@ TEST_F(StoreFullDisk, RefusesAChangeAndChangesNothingUntilThereIsSpace) {
   EXPECT_EQ(store.get("other"), std::nullopt);
   EXPECT_EQ(decodeStore(before), (StoreMap{{"key", patternValue(1, 3000)}}));
 
-  fs::remove(onDisk("filler"));
+  disk_.empty();
   EXPECT_TRUE(store.set("key", patternValue(2, 8000)));
   EXPECT_EQ(openStore(onDisk("metadata.db")).get("key"), patternValue(2, 8000));
 }
@@ -152,7 +125,7 @@ TEST_F(StoreFullDisk, ACompactionWithoutSpaceLosesNothingAndLeavesNothing) {
   for (std::uint64_t i = 1; i <= 200; ++i) {
     const auto size = static_cast<std::size_t>(1 + i * 613 % 3000);
     if (!filled && fs::file_size(onDisk("metadata.db")) > 60'000) {
-      fill();
+      disk_.fill(0);
       filled = true;
     }
     if (store.set("key", patternValue(i, size))) {
@@ -162,7 +135,7 @@ TEST_F(StoreFullDisk, ACompactionWithoutSpaceLosesNothingAndLeavesNothing) {
   }
   ASSERT_TRUE(filled);
   EXPECT_EQ(entriesOf(onDisk("")), (std::vector<std::string>{"filler", "metadata.db"}));
-  fs::remove(onDisk("filler"));
+  disk_.empty();
   EXPECT_TRUE(store.set("key", "there is space"));
   EXPECT_EQ(decodeStore(readFile(onDisk("metadata.db"))), (StoreMap{{"key", "there is space"}}));
 }

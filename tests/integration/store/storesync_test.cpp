@@ -1,6 +1,7 @@
 // When a change is made durable, as its system calls show.
 
 #include "integration/store/tracedactor.h"
+#include "support/strace.h"
 
 #include <gmock/gmock.h>
 
@@ -27,7 +28,7 @@ Calls syncsIn(const Calls& calls) {
 class StoreSyncCalls : public StoreTest {
  protected:
   void SetUp() override {
-    if (const std::string reason = TracedActor::unavailable(); !reason.empty()) {
+    if (const std::string reason = whyNoStrace(); !reason.empty()) {
       GTEST_SKIP() << reason;
     }
     traced_.emplace("fsync,fdatasync,openat,open,creat,rename,renameat,renameat2");

@@ -1,24 +1,11 @@
 #include "integration/store/tracedactor.h"
 
-#include <unistd.h>
+#include "support/strace.h"
 
 #include <algorithm>
 #include <sstream>
 
 namespace KELP::Test {
-namespace {
-
-constexpr const char* kStrace = "/usr/bin/strace";
-
-}  // namespace
-
-std::string TracedActor::unavailable() {
-  if (::access(kStrace, X_OK) != 0) {
-    return "strace is not installed";
-  }
-  ChildProcess probe({kStrace, "-f", "-o", "/dev/null", "/bin/true"});
-  return probe.wait() == 0 ? "" : "strace may not trace here";
-}
 
 TracedActor::TracedActor(const std::string& calls) {
   // A leak checker is a tracer itself, and a process has room for one.

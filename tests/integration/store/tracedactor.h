@@ -9,9 +9,6 @@ namespace KELP::Test {
 /** An actor whose system calls are written down by strace. */
 class TracedActor {
  public:
-  /** Why nothing can be traced here; empty when it can. */
-  [[nodiscard]] static std::string unavailable();
-
   /** @p calls are the names of the calls, separated by commas. */
   explicit TracedActor(const std::string& calls);
 

@@ -1,10 +1,12 @@
 // When nothing is exported, nothing is left behind.
 
+#include "support/smalldisk.h"
 #include "tools/watching/exporttest.h"
 
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <iterator>
 
 namespace KELP::Test {
 namespace {
@@ -120,6 +122,20 @@ TEST_F(ExportRefusalTest, ANameWithoutADirectoryIsInTheWorkingDirectory) {
   setting.directory = work_ / "out";
   EXPECT_EQ(runTool(repository_.arguments({"export", kId, "-o", "a.zip"}), setting).status, 0);
   EXPECT_THAT(outputs(), ElementsAre("a.zip"));
+}
+
+TEST_F(ExportRefusalTest, AFullDiskLeavesNothingBehind) {
+  const SmallDisk disk(work_ / "disk");
+  if (!disk.unavailable().empty()) GTEST_SKIP() << disk.unavailable();
+  createUsual();
+  disk.fill(0);
+  for (const char* const name : {"a.zip", "a.tar.gz", "a.tar.zst"}) {
+    const std::string archive = (disk.path() / name).native();
+    const ToolResult result = runTool(repository_.arguments({"export", kId, "-o", archive}));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("No space left on device"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(disk.path()), fs::directory_iterator()), 1);
+  }
 }
 
 TEST_F(ExportRefusalTest, AnotherEndingIsWrongUsage) {

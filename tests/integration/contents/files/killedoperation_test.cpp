@@ -3,6 +3,7 @@
 
 #include "integration/contents/files/fileoperations.h"
 #include "integration/contents/files/tracedrun.h"
+#include "support/strace.h"
 #include "unit/diagnostic/reportfixture.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -35,7 +36,7 @@ struct Holding {
 class KilledOperation : public ReportTest, public testing::WithParamInterface<FileOperation> {
  protected:
   void SetUp() override {
-    if (const std::string why = TracedRun::unavailable(); !why.empty()) GTEST_SKIP() << why;
+    if (const std::string why = whyNoStrace(); !why.empty()) GTEST_SKIP() << why;
     makeOutside(outside_);
     const ReportPtr report = create();
     ASSERT_THAT(report->acquireWriteLock(false), Succeeds());

@@ -1,6 +1,7 @@
 #include "integration/contents/files/tracedrun.h"
 
 #include "support/childprocess.h"
+#include "support/strace.h"
 #include "support/temporarydirectory.h"
 
 #include <signal.h>
@@ -12,8 +13,6 @@
 
 namespace KELP::Test {
 namespace {
-
-constexpr const char* kStrace = "/usr/bin/strace";
 
 /** A line of a trace: who called what. */
 struct TraceLine {
@@ -56,14 +55,6 @@ std::string whoSays(const std::vector<TraceLine>& lines, const std::string& word
 }
 
 }  // namespace
-
-std::string TracedRun::unavailable() {
-  if (::access(kStrace, X_OK) != 0) {
-    return "strace is not installed";
-  }
-  ChildProcess probe({kStrace, "-f", "-o", "/dev/null", "/bin/true"});
-  return probe.wait() == 0 ? "" : "strace may not trace here";
-}
 
 std::vector<std::string> TracedRun::traced(const std::vector<std::string>& options) const {
   // A leak checker is a tracer itself, and a process has room for one.

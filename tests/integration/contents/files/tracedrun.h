@@ -18,9 +18,6 @@ struct CountedCall {
  */
 class TracedRun {
  public:
-  /** Why nothing can be traced here; empty when it can. */
-  [[nodiscard]] static std::string unavailable();
-
   explicit TracedRun(std::vector<std::string> command) : command_(std::move(command)) {}
 
   /** Lets the program run. @return its calls after "begin", up to the one that says "end". */

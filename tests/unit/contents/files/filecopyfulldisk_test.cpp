@@ -1,7 +1,7 @@
 // Copies for which there is no room.
 
+#include "support/smalldisk.h"
 #include "unit/contents/files/filesfixture.h"
-#include "unit/contents/files/smalldisk.h"
 #include "unit/diagnostic/limits.h"
 
 #include <diagnostic/diagnosticdata.h>

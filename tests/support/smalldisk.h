@@ -14,10 +14,12 @@ namespace KELP::Test {
 /** While it lives, a directory is a small file system of its own. */
 class SmallDisk {
  public:
-  /** @param directory is made when it is missing. */
-  explicit SmallDisk(std::filesystem::path directory) : directory_(std::move(directory)) {
+  /** @param directory is made when it is missing. @param kib how much fits on it. */
+  explicit SmallDisk(std::filesystem::path directory, unsigned kib = 256)
+      : directory_(std::move(directory)) {
     std::filesystem::create_directories(directory_);
-    if (::mount("kelp-test", directory_.c_str(), "tmpfs", 0, "size=256k") != 0) {
+    const std::string options = "size=" + std::to_string(kib) + "k";
+    if (::mount("kelp-test", directory_.c_str(), "tmpfs", 0, options.c_str()) != 0) {
       unavailable_ = std::string("no file system can be mounted here: ") + std::strerror(errno);
     }
   }
@@ -27,10 +29,12 @@ class SmallDisk {
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
 
+  [[nodiscard]] const std::filesystem::path& path() const { return directory_; }
+
   /** Why there is none; empty when there is. */
   [[nodiscard]] const std::string& unavailable() const { return unavailable_; }
 
-  /** Leaves no room but for @p pages of 4 KiB. */
+  /** Leaves no room but for @p pages of 4 KiB, by a file "filler". */
   void fill(std::size_t pages) const {
     const std::string block(4096, 'x');
     for (const char* name : {"room", "filler"}) {
