@@ -25,7 +25,7 @@ void checkInterrupt();
  * @return whether one is ready. */
 [[nodiscard]] bool waitUntilReady(std::span<pollfd> polled);
 
-/** The signal that came was answered: it is forgotten. */
+/** Goes on as if no signal had come, because it was answered. The next one counts again. */
 void forgetInterrupt();
 
 /** As long as it lives, the signals that are remembered do not reach this thread, nor the threads

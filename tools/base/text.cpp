@@ -103,6 +103,10 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
+std::string inQuotes(std::string_view text) {
+  return "\"" + escaped(text) + "\"";
+}
+
 std::string percentEncoded(std::string_view text) {
   constexpr std::string_view kSeparators = "/\\%";
   std::string result;

@@ -16,6 +16,9 @@ namespace KELP::Tool {
  */
 [[nodiscard]] std::string escaped(std::string_view text);
 
+/** @p text between quotation marks, as escaped(). */
+[[nodiscard]] std::string inQuotes(std::string_view text);
+
 /**
  * @p text as it may stand for one name in a path, on any system: control characters and the like
  * (as in escaped()), bytes that are no UTF-8, "/", "\\" and "%" are written byte by byte as "%NN".

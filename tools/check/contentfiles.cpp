@@ -1,13 +1,10 @@
 #include "check/contentfiles.h"
 
-#include "base/files.h"
 #include "base/text.h"
-#include "reports/contents.h"
+#include "check/namedpaths.h"
 
 #include <algorithm>
-#include <optional>
 #include <set>
-#include <system_error>
 #include <utility>
 
 namespace KELP::Tool {
@@ -15,28 +12,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** Calls @p visit with each property of files, and each of its variations. */
-template <typename Visit>
-void forEachFileVariation(const Subject& subject, const Visit& visit) {
-  if (subject.report.metadata.contents) {
-    for (const Property& property : *subject.report.metadata.contents) {
-      if (property.isFileProperty()) {
-        for (const Variation& variation : property.variations) {
-          visit(property, variation);
-        }
-      }
-    }
-  }
-}
-
 std::string complaintAbout(const StoredReport& report, const Variation& variation) {
   const std::optional<fs::path> path = storedFile(report, variation);
   if (!path) {
-    return "\"" + escaped(variation.relative_path) + "\" is not in the report";
+    const std::string complaint = inQuotes(variation.relative_path) + " is not in the report";
+    return fileOfAnotherRoot(report, variation)
+               ? complaint + ": it is recorded under another root, and there"
+               : complaint;
   }
-  const std::string name =
-      "\"" + escaped(path->lexically_relative(report.directory).native()) + "\"";
-  const std::optional<Entry> entry = entryAt(*path);
+  const std::string name = inQuotes(path->lexically_relative(report.directory).native());
+  const std::optional<Entry> entry = certainEntryAt(*path);
   if (!entry) {
     return name + " is missing";
   }
@@ -55,48 +40,33 @@ bool isWithin(const fs::path& path, const fs::path& top) {
          (text.size() == beginning.size() || text[beginning.size()] == '/');
 }
 
-/** The one path of a file, whatever links and ".." led to its directory; the file itself may be a
- * link. Nothing when the directory is not there. */
-std::optional<fs::path> resolved(const fs::path& path) {
-  const fs::path file = withoutSlash(path);
-  std::error_code error;
-  const fs::path parent = fs::canonical(file.parent_path(), error);
-  return error ? std::nullopt : std::optional(parent / file.filename());
-}
-
 /** Goes through "contentfiles" without following links, and without a stack that grows with it. */
 class Search {
  public:
-  explicit Search(const Subject& subject) : top_(subject.contentFiles()) {
-    forEachFileVariation(subject, [&](const Property&, const Variation& variation) {
-      if (const auto file = storedFile(subject.report, variation)) {
-        if (auto path = resolved(*file)) {
-          named_.insert(path->native());
-        }
-      }
-    });
-    if (subject.report.metadata.contents) {
-      for (const Property& property : *subject.report.metadata.contents) {
-        if (property.isFileProperty()) {
-          owned_.push_back(withoutSlash((top_ / property.stable_id).lexically_normal()));
-        }
-      }
+  explicit Search(const Subject& subject) : top_(subject.contentFiles()), named_(subject) {
+    for (const Property* const property : fileProperties(subject)) {
+      owned_.push_back(withoutSlash((top_ / property->stable_id).lexically_normal()));
     }
   }
 
   std::vector<Orphan> run() {
-    const auto start = entryAt(top_);
-    const auto place = resolved(top_);
-    if (!start || !start->isDirectory() || !place || named_.contains(place->native())) {
-      return {};
+    if (!named_.contain(top_)) {
+      search();
+      addEmptyDirectories();
     }
+    std::sort(orphans_.begin(), orphans_.end(),
+              [](const Orphan& a, const Orphan& b) { return a.path.native() < b.path.native(); });
+    return std::move(orphans_);
+  }
+
+ private:
+  void search() {
     std::vector<fs::path> left{top_};
     while (!left.empty()) {
       const fs::path next = std::move(left.back());
       left.pop_back();
-      for (const Entry& entry : entriesOf(next)) {
-        const std::string below = entry.path.native().substr(top_.native().size());
-        const bool isNamed = named_.contains(place->native() + below);
+      for (const Entry& entry : certainEntriesOf(next)) {
+        const bool isNamed = named_.contain(entry.path);
         if (!isNamed && entry.isDirectory()) {
           left.push_back(entry.path);
           directories_.push_back(entry.path);
@@ -108,13 +78,8 @@ class Search {
         }
       }
     }
-    addEmptyDirectories();
-    std::sort(orphans_.begin(), orphans_.end(),
-              [](const Orphan& a, const Orphan& b) { return a.path.native() < b.path.native(); });
-    return std::move(orphans_);
   }
 
- private:
   void markUsed(fs::path directory) {
     while (directory.native() != top_.native() && used_.insert(directory.native()).second) {
       directory = directory.parent_path();
@@ -141,8 +106,7 @@ class Search {
   }
 
   fs::path top_;
-  // Texts, since paths are compared name by name.
-  std::set<std::string> named_;        ///< What records name, as one path each.
+  NamedPaths named_;
   std::vector<fs::path> owned_;        ///< The directories of properties.
   std::vector<fs::path> directories_;  ///< Those that were seen.
   std::set<std::string> used_;         ///< Of these, those with files somewhere below.
@@ -150,6 +114,41 @@ class Search {
 };
 
 }  // namespace
+
+std::vector<const Property*> fileProperties(const Subject& subject) {
+  std::vector<const Property*> properties;
+  if (subject.report.metadata.contents) {
+    for (const Property& property : *subject.report.metadata.contents) {
+      if (property.isFileProperty()) {
+        properties.push_back(&property);
+      }
+    }
+  }
+  return properties;
+}
+
+void forEachFileVariation(const Subject& subject,
+                          const std::function<void(const Property&, const Variation&)>& visit) {
+  for (const Property* const property : fileProperties(subject)) {
+    for (const Variation& variation : property->variations) {
+      visit(*property, variation);
+    }
+  }
+}
+
+std::optional<fs::path> fileOfAnotherRoot(const StoredReport& report, const Variation& variation) {
+  const std::string directory = "/" + report.name + "/";
+  const std::size_t at = variation.relative_path.rfind(directory);
+  if (at == std::string::npos || storedFile(report, variation)) {
+    return std::nullopt;
+  }
+  Variation here = variation;
+  here.relative_path = variation.relative_path.substr(at + directory.size());
+  const auto path =
+      fs::path(here.relative_path).is_relative() ? storedFile(report, here) : std::nullopt;
+  const auto entry = path ? certainEntryAt(*path) : std::nullopt;
+  return entry && entry->isFile() ? path : std::nullopt;
+}
 
 std::vector<RecordedFile> recordedFiles(const Subject& subject) {
   std::vector<RecordedFile> files;

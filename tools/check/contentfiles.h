@@ -1,13 +1,28 @@
 #pragma once
 
 #include "check/subject.h"
+#include "reports/contents.h"
 
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 /** The files of a report's contents, as its records and its directories have them. */
 namespace KELP::Tool {
+
+/** The properties of files. Valid as long as @p subject. */
+[[nodiscard]] std::vector<const Property*> fileProperties(const Subject& subject);
+
+/** Calls @p visit with each property of files, and each of its variations. */
+void forEachFileVariation(const Subject& subject,
+                          const std::function<void(const Property&, const Variation&)>& visit);
+
+/** The file of a variation that was recorded when the report was under another root, from which it
+ * was copied or moved; nothing when it was not, or there is no such file in the report. */
+[[nodiscard]] std::optional<std::filesystem::path> fileOfAnotherRoot(const StoredReport& report,
+                                                                     const Variation& variation);
 
 /** A variation of a property of files. */
 struct RecordedFile {

@@ -4,18 +4,17 @@
 #include "base/interrupt.h"
 #include "base/progress.h"
 #include "check/finders.h"
+#include "check/stillness.h"
 #include "check/subject.h"
 #include "reports/locktable.h"
 
 #include <diagnostic/diagnosticreport.h>
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <iterator>
+#include <map>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -33,23 +32,12 @@ constexpr std::chrono::milliseconds kSettling{1000};
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::milliseconds kPause{50};
 
-std::chrono::nanoseconds timeOf(const timespec& time) {
-  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
+constexpr const char* kInUse = "in use";
 
-/** Whether nothing in a report has changed lately. A time that is yet to come says nothing. */
-bool isSettled(const Entry& directory) {
+std::chrono::nanoseconds now() {
   timespec clock{};
   ::clock_gettime(CLOCK_REALTIME, &clock);
-  const std::chrono::nanoseconds now = timeOf(clock);
-  bool isSettled = true;
-  const auto look = [&](const Entry& entry) {
-    const auto age = now - timeOf(entry.status.st_ctim);
-    isSettled = isSettled && (age.count() < 0 || age >= kSettling);
-  };
-  look(directory);
-  forEachBelow(directory.path, look);
-  return isSettled;
+  return std::chrono::seconds(clock.tv_sec) + std::chrono::nanoseconds(clock.tv_nsec);
 }
 
 /** The examination of some reports, in rounds. */
@@ -77,38 +65,54 @@ class Rounds {
 
  private:
   void look(const std::string& name, const LockTable& locks) {
-    const fs::path directory = root_ / name;
-    if (::access(directory.c_str(), R_OK | X_OK) != 0) {
-      if (errno != ENOENT) {
-        skip(name, std::system_category().message(errno), true);
+    try {
+      const Subject subject = readSubject(root_, name, locks);
+      Findings findings = findInReport(subject);
+      if (subject.report.lock == LockState::Write) {
+        skip(name, kInUse, false);
+      } else if (!findings.empty()) {
+        confirm(subject, std::move(findings));
       }
-      return;
-    }
-    const Subject subject = readSubject(root_, name, locks);
-    Findings findings = findInReport(subject);
-    if (subject.report.lock == LockState::Write) {
-      skip(name, "in use", false);
-    } else if (!findings.empty()) {
-      confirm(name, std::move(findings));
+    } catch (const std::system_error& error) {
+      skip(name, error.code().message(), true);
     }
   }
 
   /** Decides whether findings count. */
-  void confirm(const std::string& name, Findings findings) {
-    const auto directory = entryAt(root_ / name);
+  void confirm(const Subject& subject, Findings findings) {
+    const std::string& name = subject.report.name;
+    const auto directory = certainEntryAt(subject.directory());
     if (!directory) {
       return;  // It has been deleted.
     }
-    const auto lock = directory->path / DiagnosticReport::kReportLockFilename;
-    if (LockTable().stateOf(lock) == LockState::Write) {
-      skip(name, "in use", false);
-    } else if (isSettled(*directory)) {
+    // The locks may be others than at the beginning of the round.
+    const LockState lock =
+        LockTable().stateOf(subject.directory() / DiagnosticReport::kReportLockFilename);
+    if (lock == LockState::Write) {
+      skip(name, kInUse, false);
+      return;
+    }
+    if (lock != LockState::Free) {
+      std::erase_if(findings, [](const Finding& finding) {
+        return finding.kind == FindingKind::LeftoverTemporary;
+      });
+    }
+    if (findings.empty() || isSettled(*directory)) {
       std::move(findings.begin(), findings.end(), std::back_inserter(result_.findings));
     } else if (isLast_) {
       skip(name, "changing all the time", false);
     } else {
       again_.push_back(name);
     }
+  }
+
+  /** Whether nothing in a report has changed lately. */
+  bool isSettled(const Entry& directory) {
+    const Stillness stillness = stillnessOf(directory);
+    const auto [before, isFirst] = seen_.try_emplace(directory.path.native(), stillness);
+    const bool isUnchanged = !isFirst && before->second == stillness;
+    before->second = stillness;
+    return isUnchanged || stillness.isOlderThan(kSettling, now());
   }
 
   void skip(const std::string& name, const std::string& reason, bool isFailure) {
@@ -125,6 +129,7 @@ class Rounds {
   fs::path root_;
   Examination& result_;
   std::vector<std::string> again_;
+  std::map<std::string, Stillness> seen_;  ///< In the last round.
   bool isLast_ = false;
 };
 
@@ -161,8 +166,13 @@ Examination examine(const fs::path& root, const std::vector<std::string>& names)
 }
 
 Examination examineAll(const fs::path& root) {
-  static_cast<void>(reportNames(root));  // Fails when the root cannot be read.
-  return examineEntries(root, entriesOf(root));
+  static_cast<void>(reportNames(root));  // Fails when there is no root, or it cannot be read.
+  // The root itself may be a link.
+  std::vector<Entry> entries = certainEntriesOf(root / ".");
+  for (Entry& entry : entries) {
+    entry.path = root / entry.path.filename();
+  }
+  return examineEntries(root, entries);
 }
 
 }  // namespace KELP::Tool

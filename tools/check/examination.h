@@ -12,7 +12,7 @@ namespace KELP::Tool {
 struct Unchecked {
   std::string report;
   std::string reason;
-  bool isFailure;  ///< Whether that is more than somebody working on it.
+  bool isFailure;  ///< That the system did not let it be looked at; otherwise somebody works on it.
 };
 
 struct Examination {
@@ -27,7 +27,8 @@ struct Examination {
  * What somebody is just doing can look like damage, and not all of it is done under a lock: a
  * report's directory is there before its lock file, and a report that is deleted is given free
  * first. So a finding only counts when nobody has the write lock, and nothing in the report has
- * changed for a while; until then, the report is looked at again.
+ * changed for a while; until then, the report is looked at again. Scratch files only count when
+ * nobody reads the report either.
  */
 [[nodiscard]] Examination examine(const std::filesystem::path& root,
                                   const std::vector<std::string>& names);

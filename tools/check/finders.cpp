@@ -2,11 +2,14 @@
 
 #include "base/text.h"
 #include "check/contentfiles.h"
+#include "check/temporaries.h"
 
 #include <diagnostic/diagnosticreport.h>
 #include <diagnostic/reportuuid.h>
 
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace KELP::Tool {
 namespace {
@@ -19,8 +22,12 @@ Finding found(FindingKind kind, const Subject& subject, fs::path path, std::stri
   return {kind, subject.report.name, std::move(path), std::move(detail)};
 }
 
-std::string quoted(const std::string& name) {
-  return "\"" + escaped(name) + "\"";
+std::string joined(const std::vector<std::string>& keys) {
+  std::string text;
+  for (const std::string& key : keys) {
+    text += (text.empty() ? "" : ", ") + key;
+  }
+  return text;
 }
 
 void findHalfMade(const Subject& subject, Findings& findings) {
@@ -28,7 +35,7 @@ void findHalfMade(const Subject& subject, Findings& findings) {
     findings.push_back(found(FindingKind::HalfMade, subject, subject.directory(), what));
     findings.back().remedy = remedy;
   };
-  if (entriesOf(subject.directory()).empty()) {
+  if (certainEntriesOf(subject.directory()).empty()) {
     add("the directory is empty", Remedy::RemoveEmptyReport);
     return;
   }
@@ -39,19 +46,21 @@ void findHalfMade(const Subject& subject, Findings& findings) {
     add("\"metadata.db\" is missing");
   }
   if (!subject.report.metadata.missing.empty()) {
-    std::string keys;
-    for (const std::string& key : subject.report.metadata.missing) {
-      keys += (keys.empty() ? "" : ", ") + key;
-    }
-    add("the metadata lack " + keys);
+    add("the metadata lack " + joined(subject.report.metadata.missing));
   }
 }
 
 void findDamagedStore(const Subject& subject, Findings& findings) {
   if (subject.store && subject.store->isFile() && !subject.report.hasStore) {
-    findings.push_back(found(FindingKind::DamagedStore, subject, subject.store->path,
+    findings.push_back(found(FindingKind::DamagedStore, subject, subject.storePath(),
                              "\"metadata.db\" cannot be read"));
   }
+}
+
+/** Why what stands in the place of a file is left; empty when its kind says it. */
+std::string objectionToRemoving(const Entry& entry) {
+  const bool isFull = entry.isDirectory() && !certainEntriesOf(entry.path).empty();
+  return isFull ? "it may hold data; even remove --force does not remove what is in it" : "";
 }
 
 void findWrongFile(const Subject& subject, Findings& findings) {
@@ -66,10 +75,11 @@ void findWrongFile(const Subject& subject, Findings& findings) {
       {DiagnosticReport::kReportContentFilesDirectoryName, true},
   };
   for (const auto& [name, isDirectory] : kParts) {
-    const auto entry = entryAt(subject.directory() / name);
+    const auto entry = certainEntryAt(subject.directory() / name);
     if (entry && (isDirectory ? !entry->isDirectory() : !entry->isFile())) {
       findings.push_back(found(FindingKind::WrongFile, subject, entry->path,
-                               quoted(name) + " is " + entry->typeText()));
+                               inQuotes(name) + " is " + entry->typeText()));
+      findings.back().objection = objectionToRemoving(*entry);
     }
   }
 }
@@ -77,14 +87,23 @@ void findWrongFile(const Subject& subject, Findings& findings) {
 void findMismatch(const Subject& subject, Findings& findings) {
   const auto& id = subject.report.metadata.reportId;
   if (id && *id != subject.report.id) {
-    findings.push_back(found(FindingKind::MismatchedIdentifier, subject, subject.store->path,
+    findings.push_back(found(FindingKind::MismatchedIdentifier, subject, subject.storePath(),
                              "the metadata are those of " + id->toString()));
+  }
+}
+
+void findUnreadableMetadata(const Subject& subject, Findings& findings) {
+  std::vector<std::string> keys = subject.report.metadata.unreadable;
+  std::erase(keys, "report_contents");  // Of which there is a kind of its own.
+  if (!keys.empty()) {
+    findings.push_back(found(FindingKind::UnreadableMetadata, subject, subject.storePath(),
+                             "what is stored is no value: " + joined(keys)));
   }
 }
 
 void findUnreadableContents(const Subject& subject, Findings& findings) {
   if (subject.report.metadata.hasUnreadableContents()) {
-    findings.push_back(found(FindingKind::UnreadableContents, subject, subject.store->path,
+    findings.push_back(found(FindingKind::UnreadableContents, subject, subject.storePath(),
                              "the list of contents cannot be read"));
   }
 }
@@ -93,7 +112,7 @@ void findMissingFiles(const Subject& subject, Findings& findings) {
   for (const RecordedFile& record : recordedFiles(subject)) {
     if (!record.complaint.empty()) {
       findings.push_back(found(FindingKind::MissingFile, subject, record.path,
-                               quoted(record.property) + " at level " +
+                               inQuotes(record.property) + " at level " +
                                    std::to_string(record.level) + ": " + record.complaint));
     }
   }
@@ -101,11 +120,11 @@ void findMissingFiles(const Subject& subject, Findings& findings) {
 
 void findOrphans(const Subject& subject, Findings& findings) {
   // Without a list that could be read, nobody knows what it names.
-  if (!subject.report.hasStore || (subject.report.metadata.hasUnreadableContents())) {
+  if (!subject.hasReadableContents()) {
     return;
   }
   for (const Orphan& orphan : orphansOf(subject)) {
-    const std::string name = quoted(orphan.path.lexically_relative(subject.directory()).native());
+    const std::string name = inQuotes(orphan.path.lexically_relative(subject.directory()).native());
     findings.push_back(found(FindingKind::OrphanFile, subject, orphan.path,
                              orphan.isEmptyDirectory
                                  ? name + " is an empty directory of no property"
@@ -116,29 +135,19 @@ void findOrphans(const Subject& subject, Findings& findings) {
 }
 
 void findTemporaries(const Subject& subject, Findings& findings) {
-  if (subject.report.lock != LockState::Free) {
-    return;  // Whoever reads the report may have them.
-  }
-  const auto add = [&](const Entry& entry) {
-    const fs::path name = entry.path.lexically_relative(subject.directory());
-    findings.push_back(found(FindingKind::LeftoverTemporary, subject, entry.path,
-                             quoted(name.native()) + " is left over"));
-    findings.back().remedy = Remedy::RemoveTree;
-  };
-  const auto scratch = entryAt(subject.directory() / DiagnosticReport::kReportTmpDirectoryName);
-  if (scratch && scratch->isDirectory()) {
-    for (const Entry& entry : entriesOf(scratch->path)) {
-      add(entry);
-    }
-  }
-  if (const auto next = entryAt(subject.directory() / "metadata.db.compact")) {
-    add(*next);
+  for (const Temporary& temporary : temporariesOf(subject)) {
+    const fs::path name = temporary.path.lexically_relative(subject.directory());
+    findings.push_back(found(FindingKind::LeftoverTemporary, subject, temporary.path,
+                             inQuotes(name.native()) + " is left over"));
+    findings.back().objection = temporary.objection;
+    findings.back().remedy = temporary.objection.empty() ? Remedy::RemoveTree : Remedy::None;
   }
 }
 
 constexpr void (*kFinders[])(const Subject&, Findings&) = {
-    findHalfMade,           findDamagedStore, findWrongFile, findMismatch,
-    findUnreadableContents, findMissingFiles, findOrphans,   findTemporaries,
+    findHalfMade,           findDamagedStore,       findWrongFile,    findMismatch,
+    findUnreadableMetadata, findUnreadableContents, findMissingFiles, findOrphans,
+    findTemporaries,
 };
 
 /** Why an entry of the root is no report; empty when it is one. */
@@ -176,7 +185,7 @@ std::optional<Finding> findNoReport(const Entry& entry) {
   return Finding{FindingKind::NoReport,
                  {},
                  entry.path,
-                 quoted(entry.path.filename().native()) + " is " + objection};
+                 inQuotes(entry.path.filename().native()) + " is " + objection};
 }
 
 }  // namespace KELP::Tool

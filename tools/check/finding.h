@@ -14,6 +14,7 @@ enum class FindingKind {
   DamagedStore,
   WrongFile,
   MismatchedIdentifier,
+  UnreadableMetadata,
   UnreadableContents,
   MissingFile,
   OrphanFile,
@@ -28,7 +29,7 @@ struct FindingKindText {
   const char* whyLeft;  ///< Why --repair does not mend it, or not always.
 };
 
-constexpr std::array<FindingKindText, 9> kFindingKinds{{
+constexpr std::array<FindingKindText, 10> kFindingKinds{{
     {"no-report", "something under the root that is no report", "left",
      "it belongs to somebody else"},
     {"half-made", "a report without its lock file, its store, or what creation writes there",
@@ -40,13 +41,18 @@ constexpr std::array<FindingKindText, 9> kFindingKinds{{
      "left", "it may hold data; remove --force removes it"},
     {"mismatched-identifier", "metadata that name another report", "left",
      "it may be the only copy of another report; remove --force removes it"},
+    {"unreadable-metadata", "a stored key that is no value of its type", "left",
+     "what is in it is for whoever can mend it; remove --force removes it"},
     {"unreadable-contents", "a list of contents that cannot be read", "left",
      "what is in it is for whoever can mend it"},
     {"missing-file", "a record whose file is missing, is no file, or is not in the report", "left",
      "the record is all that is left of it"},
     {"orphan-file", "a file under \"contentfiles\", or an empty directory, that no record names",
      "empty directories are removed, files are left", "it is data, though no record names it"},
-    {"leftover-temporary", "scratch files of processes that are gone", "removed", ""},
+    {"leftover-temporary", "scratch files of a report that nobody holds",
+     "removed when nobody wrote to them for a day, no process has them open, and no record\n"
+     "      names them",
+     ""},
 }};
 
 [[nodiscard]] constexpr const FindingKindText& textOf(FindingKind kind) {
@@ -67,6 +73,8 @@ struct Finding {
   std::filesystem::path path;
   std::string detail;  ///< For people, escaped.
   Remedy remedy = Remedy::None;
+  std::string objection =
+      {};  ///< Why there is no remedy, when not for what its kind says; escaped.
   bool repaired = false;
   std::string whyLeft = {};  ///< After a repair that did not mend it; escaped.
 };

@@ -1,18 +1,22 @@
 #include "check/repair.h"
 
 #include "base/failure.h"
-#include "base/files.h"
+#include "base/interrupt.h"
 #include "base/progress.h"
 #include "base/text.h"
+#include "check/finders.h"
+#include "check/removing.h"
+#include "check/temporaries.h"
 #include "reports/access.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
-#include <vector>
 
 namespace KELP::Tool {
 namespace {
@@ -20,104 +24,122 @@ namespace {
 namespace fs = std::filesystem;
 using Diagnostic::DiagnosticReport;
 
-/** Removes a directory that is empty. Others stay. */
-std::error_code removeDirectory(const fs::path& directory) {
-  return ::rmdir(directory.c_str()) == 0 || errno == ENOENT
-             ? std::error_code()
-             : std::error_code(errno, std::system_category());
-}
-
-/** Removes a directory that has only directories in it, from below; never a file. */
-std::error_code removeEmptyDirectories(const fs::path& top) {
-  std::vector<fs::path> directories{top};
-  forEachBelow(top, [&](const Entry& entry) {
-    if (entry.isDirectory()) {
-      directories.push_back(entry.path);
-    }
-  });
-  std::error_code error;
-  while (!directories.empty() && !error) {
-    error = removeDirectory(directories.back());
-    directories.pop_back();
-  }
-  return error;
-}
-
-std::error_code apply(const Finding& finding) {
-  std::error_code error;
-  switch (finding.remedy) {
-    case Remedy::RemoveTree:
-      fs::remove_all(finding.path, error);
-      break;
-    case Remedy::RemoveEmptyDirectories:
-      error = removeEmptyDirectories(finding.path);
-      break;
-    case Remedy::RemoveEmptyReport:
-      error = removeDirectory(finding.path);
-      break;
-    case Remedy::None:
-      break;
-  }
-  return error;
-}
-
-/** The report's lock, while its findings are mended. */
+/** A report's lock while its findings are mended, and what is wrong with the report then. */
 class Hold {
  public:
-  explicit Hold(fs::path root) : root_(std::move(root)) {}
-
-  /** Takes the lock of another report, unless it is held. @return why it could not be had. */
-  std::string take(const std::string& name) {
-    if (name != name_) {
-      release();
-      name_ = name;
-      try {
-        report_ = openForChange(root_, name, 0);
-      } catch (const Failure& failure) {
-        refusal_ = failure.status() == ExitStatus::Busy ? "the report is in use" : failure.what();
-      }
+  /** Takes the lock, unless somebody has it, and looks at the report again. */
+  Hold(const fs::path& root, const std::string& name) : name_(name) {
+    try {
+      report_ = openForChange(root, name, 0);
+      findings_ = findInReport(readSubject(root, name, LockTable()));
+      isReady_ = report_ != nullptr;
+    } catch (const Failure& failure) {
+      refusal_ = failure.status() == ExitStatus::Busy ? "the report is in use" : failure.what();
+    } catch (const std::system_error& error) {
+      refusal_ = escaped(error.code().message());
     }
-    return refusal_;
+    if (refusal_.empty()) {
+      refusal_ = "the report does not open";
+    }
   }
 
-  void release() {
-    report_.reset();
-    name_.clear();
-    refusal_.clear();
+  [[nodiscard]] const std::string& name() const { return name_; }
+
+  /** Why a finding cannot be mended now; nothing when it can. */
+  [[nodiscard]] std::optional<std::string> objectionTo(const Finding& finding) const {
+    if (!isReady_) {
+      return refusal_;
+    }
+    const auto now = std::find_if(findings_.begin(), findings_.end(), [&](const Finding& other) {
+      return other.kind == finding.kind && other.path.native() == finding.path.native();
+    });
+    if (now == findings_.end()) {
+      return "it has changed meanwhile";
+    }
+    if (now->remedy != finding.remedy) {
+      return now->objection.empty() ? textOf(now->kind).whyLeft : now->objection;
+    }
+    return std::nullopt;
   }
 
  private:
-  fs::path root_;
   std::string name_;
-  std::string refusal_;
   std::unique_ptr<DiagnosticReport> report_;
+  Findings findings_;
+  bool isReady_ = false;  ///< Whether the lock is held, and findings_ are those of now.
+  std::string refusal_;   ///< Why not; escaped.
 };
 
-void repairOne(Finding& finding, Hold& hold) {
-  if (finding.remedy == Remedy::None) {
-    finding.whyLeft = textOf(finding.kind).whyLeft;
-    return;
+/** The repair of all findings, one after the other. */
+class Repair {
+ public:
+  explicit Repair(fs::path root) : root_(std::move(root)) {}
+
+  /** @return why @p finding is left, escaped; nothing when it is mended. */
+  std::optional<std::string> mend(const Finding& finding) {
+    switch (finding.remedy) {
+      case Remedy::RemoveEmptyReport:
+        return removeEmptyReport(finding);
+      case Remedy::RemoveTree:
+      case Remedy::RemoveEmptyDirectories:
+        return removeUnderLock(finding);
+      case Remedy::None:
+        break;
+    }
+    return finding.objection.empty() ? textOf(finding.kind).whyLeft : finding.objection;
   }
-  if (finding.remedy == Remedy::RemoveEmptyReport) {
-    hold.release();
-  } else if (const std::string refusal = hold.take(finding.report); !refusal.empty()) {
-    finding.whyLeft = refusal;
-    return;
+
+ private:
+  static std::optional<std::string> removeEmptyReport(const Finding& finding) {
+    // Whether it is still empty is seen by the system, in one step with the removal.
+    if (::rmdir(finding.path.c_str()) == 0 || errno == ENOENT) {
+      return std::nullopt;
+    }
+    return reasonOf({errno, std::system_category()});
   }
-  if (const std::error_code error = apply(finding)) {
-    finding.whyLeft = escaped(error.message());
-  } else {
-    finding.repaired = true;
+
+  std::optional<std::string> removeUnderLock(const Finding& finding) {
+    if (!hold_ || hold_->name() != finding.report) {
+      hold_.reset();
+      hold_.emplace(root_, finding.report);
+    }
+    if (auto objection = hold_->objectionTo(finding)) {
+      return objection;
+    }
+    if (finding.remedy == Remedy::RemoveTree && isOpenSomewhere(finding.path)) {
+      return "it is in use: a process has it open";
+    }
+    const fs::path report = root_ / finding.report;
+    const fs::path name = finding.path.lexically_relative(report);
+    const std::error_code error = finding.remedy == Remedy::RemoveTree
+                                      ? removeTree(report, name)
+                                      : removeEmptyDirectories(report, name);
+    return error ? std::optional(reasonOf(error)) : std::nullopt;
   }
-}
+
+  static std::string reasonOf(const std::error_code& error) { return escaped(error.message()); }
+
+  fs::path root_;
+  std::optional<Hold> hold_;
+};
 
 }  // namespace
 
 void repair(const fs::path& root, Findings& findings) {
-  Hold hold(root);
+  for (Finding& finding : findings) {
+    finding.whyLeft = "the repair was interrupted";
+  }
+  Repair repair(root);
   Progress progress("Repairing", findings.size());
   for (Finding& finding : findings) {
-    repairOne(finding, hold);
+    checkInterrupt();
+    try {
+      const std::optional<std::string> reason = repair.mend(finding);
+      finding.repaired = !reason;
+      finding.whyLeft = reason.value_or("");
+    } catch (const std::system_error& error) {
+      finding.whyLeft = escaped(error.code().message());
+    }
     progress.step();
   }
 }

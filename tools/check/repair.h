@@ -8,7 +8,8 @@ namespace KELP::Tool {
 
 /**
  * Mends what can be mended without losing data, each report under its write lock, for which nobody
- * is waited for. Says in each finding whether it is mended, or why not.
+ * is waited for, and only what is still so then. Says in each finding whether it is mended, or why
+ * not. Throws Interrupted when a signal comes; the findings say then what was done until that.
  *
  * @param findings those of one report follow one another.
  */

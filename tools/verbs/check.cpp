@@ -1,3 +1,4 @@
+#include "base/interrupt.h"
 #include "base/json.h"
 #include "base/output.h"
 #include "base/table.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -61,24 +63,31 @@ void printDocument(const Examination& examination) {
   printJson(document);
 }
 
-ExitStatus statusOf(const Examination& examination) {
+ExitStatus statusOf(const Examination& examination, bool areNamed) {
   if (!std::all_of(examination.findings.begin(), examination.findings.end(),
                    [](const Finding& finding) { return finding.repaired; })) {
     return ExitStatus::Damage;
   }
-  return std::any_of(examination.unchecked.begin(), examination.unchecked.end(),
-                     [](const Unchecked& unchecked) { return unchecked.isFailure; })
-             ? ExitStatus::Failed
-             : ExitStatus::Done;
+  if (std::any_of(examination.unchecked.begin(), examination.unchecked.end(),
+                  [](const Unchecked& unchecked) { return unchecked.isFailure; })) {
+    return ExitStatus::Failed;
+  }
+  // Whoever asks for a report by its name wants to know about that one.
+  return areNamed && !examination.unchecked.empty() ? ExitStatus::Busy : ExitStatus::Done;
 }
 
-ExitStatus check(const Context& context, const CheckOptions& options) {
-  Examination examination = options.ids.empty()
-                                ? examineAll(context.root)
-                                : examine(context.root, resolveNames(context.root, options.ids));
-  if (options.repair) {
-    repair(context.root, examination.findings);
+/** Repairs what was found. @return the signal that came in the middle of it. */
+std::optional<int> repairAll(const Context& context, Findings& findings) {
+  try {
+    repair(context.root, findings);
+    return std::nullopt;
+  } catch (const Interrupted& interrupted) {
+    forgetInterrupt();
+    return interrupted.signal;
   }
+}
+
+void tell(const Context& context, const Examination& examination) {
   for (const Unchecked& unchecked : examination.unchecked) {
     warn(unchecked.report + ": " + unchecked.reason + ", not checked");
   }
@@ -87,7 +96,19 @@ ExitStatus check(const Context& context, const CheckOptions& options) {
   } else {
     printTable(examination.findings);
   }
-  return statusOf(examination);
+}
+
+ExitStatus check(const Context& context, const CheckOptions& options) {
+  Examination examination = options.ids.empty()
+                                ? examineAll(context.root)
+                                : examine(context.root, resolveNames(context.root, options.ids));
+  const auto signal = options.repair ? repairAll(context, examination.findings) : std::nullopt;
+  tell(context, examination);
+  if (signal) {
+    flushOutput();
+    throw Interrupted{*signal};
+  }
+  return statusOf(examination, !options.ids.empty());
 }
 
 /** The end of `--help`: examples, and all kinds of findings. */
@@ -109,7 +130,9 @@ std::string help() {
          "changed; --repair takes the report's lock, and never removes what may be data.\n"
          "\n"
          "Exit status: 5 when anything was found that is not repaired, otherwise 1 when a report\n"
-         "could not be looked at.\n";
+         "could not be looked at, otherwise 4 when a report that was named was not checked "
+         "because\n"
+         "it is in use. It is 0 also when all that was found has been repaired.\n";
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include "damage.h"
 #include "support/childprocess.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <stdexcept>
 #include <thread>
 
 namespace KELP::Test {
@@ -18,7 +21,7 @@ class CheckBusy : public KeepingTest {
  protected:
   CheckBusy() {
     makeReport(repository_, idOf(1));
-    writeFile(scratch(), "bytes");
+    writeOldFile(scratch());
     fs::create_directories(repository_.root() / idOf(1) / "contentfiles/log/3");
     writeFile(repository_.root() / idOf(1) / "contentfiles/log/3/coming", "bytes");
   }
@@ -41,6 +44,16 @@ TEST_F(CheckBusy, AReportThatIsBeingWrittenIsNotChecked) {
   EXPECT_EQ(document["unchecked"][0]["reason"], "in use");
 }
 
+TEST_F(CheckBusy, AReportThatIsAskedForIsBusy) {
+  makeReport(repository_, idOf(2));
+  const auto writer = hold(repository_, idOf(1));
+  for (const char* const option : {"--json", "--repair"}) {
+    EXPECT_EQ(run({"check", idOf(1), idOf(2), option}).status, 4);
+  }
+  fs::remove(repository_.root() / idOf(2) / "contentfiles/log/0/log");
+  EXPECT_EQ(run({"check", idOf(1), idOf(2)}).status, 5);
+}
+
 TEST_F(CheckBusy, AReportThatIsBeingCreatedIsNotChecked) {
   const auto writer = hold(repository_, idOf(1));
   fs::remove(repository_.root() / idOf(1) / "metadata.db");
@@ -54,6 +67,54 @@ TEST_F(CheckBusy, TheScratchFilesOfAReaderAreHisOwn) {
   ASSERT_EQ(findings.size(), 1U);
   EXPECT_EQ(findings[0]["kind"], "orphan-file");
   EXPECT_TRUE(fs::exists(scratch()));
+}
+
+TEST_F(CheckBusy, ScratchFilesMayBeInUseWithoutALock) {
+  const auto collector = hold(repository_, idOf(1));
+  const auto writing = collector->createReportTemporaryFile();
+  ASSERT_TRUE(writing.has_value());
+  const fs::path file = *(*writing)->getPath();
+  writeFile(file, "bytes");
+  collector->releaseLock();
+  const Json::Value findings = run({"check", "--json", "--repair"}).json()["findings"];
+  ASSERT_EQ(findings.size(), 3U);
+  bool isFound = false;
+  for (const Json::Value& finding : findings) {
+    if (finding["path"] == file.native()) {
+      isFound = true;
+      EXPECT_EQ(finding["kind"], "leftover-temporary");
+      EXPECT_THAT(finding["left"].asString(),
+                  ::testing::MatchesRegex("it may be in use: written [0-9]+ s ago"));
+    }
+  }
+  EXPECT_TRUE(isFound);
+  EXPECT_EQ(readFile(file), "bytes");
+  EXPECT_FALSE(fs::exists(scratch()));  // Which is old.
+}
+
+TEST_F(CheckBusy, ScratchFilesThatAreOpenAreLeft) {
+  const fs::path directory = scratch().parent_path() / "directory";
+  fs::create_directory(directory);
+  writeFile(directory / "inside", "bytes");
+  makeOld(directory);
+  std::vector<int> descriptors;
+  for (const fs::path& path : {scratch(), directory / "inside"}) {
+    descriptors.push_back(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_GE(descriptors.back(), 0);
+  }
+  const Json::Value findings = run({"check", "--json", "--repair"}).json()["findings"];
+  ASSERT_EQ(findings.size(), 3U);
+  for (const Json::Value& finding : findings) {
+    if (finding["kind"] == "leftover-temporary") {
+      EXPECT_EQ(finding["left"], "it is in use: a process has it open");
+    }
+  }
+  EXPECT_TRUE(fs::exists(scratch()) && fs::exists(directory / "inside"));
+  for (const int descriptor : descriptors) {
+    ::close(descriptor);
+  }
+  static_cast<void>(run({"check", "--repair"}));
+  EXPECT_TRUE(fs::is_empty(scratch().parent_path()));
 }
 
 TEST_F(CheckBusy, EmptyDirectoriesOfAReportThatIsReadAreLeft) {
@@ -70,7 +131,7 @@ TEST_F(CheckBusy, EmptyDirectoriesOfAReportThatIsReadAreLeft) {
 TEST_F(CheckBusy, AReportThatChangesAllTheTimeIsLeftAlone) {
   std::jthread writer([this](const std::stop_token& stop) {
     while (!stop.stop_requested()) {
-      writeFile(scratch(), "bytes");
+      writeFile(scratch(), "other bytes");
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   });
@@ -81,10 +142,29 @@ TEST_F(CheckBusy, AReportThatChangesAllTheTimeIsLeftAlone) {
             "kelp-diagnostics: " + idOf(1) + ": changing all the time, not checked\n");
 }
 
-TEST_F(CheckBusy, ReportsThatComeAndGoAreNoFindings) {
+/** With reports that come and go all the time. */
+class CheckChurn : public CheckBusy {
+ protected:
+  CheckChurn() : churn_({KELP_TOOL_CHURN, repository_.root()}) {
+    if (churn_.receive() != "running") {
+      throw std::runtime_error("the other process does not run");
+    }
+  }
+
+  /** Whoever works there has missed nothing. */
+  void expectUndisturbed() {
+    churn_.closeInput();
+    const auto count = churn_.receive();
+    ASSERT_TRUE(count.has_value());
+    EXPECT_GT(std::stoi(*count), 10);
+    EXPECT_EQ(churn_.wait(), 0);
+  }
+
+  ChildProcess churn_;
+};
+
+TEST_F(CheckChurn, ReportsThatComeAndGoAreNoFindings) {
   fs::remove_all(repository_.root() / idOf(1));
-  ChildProcess churn({KELP_TOOL_CHURN, repository_.root()});
-  ASSERT_EQ(churn.receive(), "running");
   const auto end = steady_clock::now() + std::chrono::seconds(2);
   int runs = 0;
   for (; steady_clock::now() < end; ++runs) {
@@ -92,12 +172,22 @@ TEST_F(CheckBusy, ReportsThatComeAndGoAreNoFindings) {
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(result.output, "");
   }
-  churn.closeInput();
-  const auto count = churn.receive();
-  ASSERT_TRUE(count.has_value());
-  EXPECT_GT(std::stoi(*count), 10);
   EXPECT_GT(runs, 1);
-  EXPECT_EQ(churn.wait(), 0);
+  expectUndisturbed();
+}
+
+TEST_F(CheckChurn, ARepairLosesNothingOfThem) {
+  for (int round = 0; round < 2; ++round) {
+    writeOldFile(scratch());
+    fs::create_directory(repository_.root() / idOf(2));
+    const Json::Value findings = run({"check", "--repair", "--json"}).json()["findings"];
+    ASSERT_EQ(findings.size(), 3U);
+    EXPECT_EQ(findings[0]["kind"], "orphan-file");
+    EXPECT_EQ(findings[1]["path"], scratch().native());
+    EXPECT_EQ(findings[2]["report"], idOf(2));
+    EXPECT_TRUE(findings[1]["repaired"].asBool() && findings[2]["repaired"].asBool());
+  }
+  expectUndisturbed();
 }
 
 }  // namespace

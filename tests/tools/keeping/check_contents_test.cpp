@@ -2,12 +2,26 @@
 
 #include "damage.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace KELP::Test {
 namespace {
 
 namespace fs = std::filesystem;
+
+/** A directory, however long its path is. */
+int openPath(const fs::path& path) {
+  int descriptor = ::open("/", O_PATH | O_CLOEXEC);
+  for (const fs::path& name : path.relative_path()) {
+    const int next = ::openat(descriptor, name.c_str(), O_PATH | O_CLOEXEC);
+    ::close(descriptor);
+    descriptor = next;
+  }
+  return descriptor;
+}
 
 class CheckContents : public KeepingTest {
  protected:
@@ -53,6 +67,56 @@ TEST_F(CheckContents, FilesThatARecordNamesThroughALinkToTheRootAreNone) {
   EXPECT_THAT(findings(), ::testing::IsEmpty());
   const ToolResult throughLink = runTool({"-C", elsewhere / "link", "check"});
   EXPECT_EQ(throughLink.status, 0) << throughLink.output;
+}
+
+TEST_F(CheckContents, ALinkOnTheWayOfARecordIsNone) {
+  addFile("contentfiles/other/place/here");
+  fs::create_directory_symlink("other", report() / "contentfiles/first");
+  fs::create_directory_symlink("../contentfiles/first/place", report() / "contentfiles/second");
+  addRecord(repository_, idOf(1), 5, "contentfiles/second/here");
+  EXPECT_THAT(findings(), ::testing::IsEmpty());
+}
+
+TEST_F(CheckContents, FilesThatWereRecordedUnderAnotherRootAreNone) {
+  const TemporaryDirectory elsewhere;
+  const fs::path other = elsewhere / "copy" / "of it";
+  fs::create_directories(other.parent_path());
+  const auto recorded = [](const fs::path& root) {
+    return (root / idOf(1) / "contentfiles/log/0/log").native();
+  };
+  fs::copy(repository_.root(), other, fs::copy_options::recursive);
+  EXPECT_THAT(findings(), ::testing::IsEmpty());
+  const Json::Value found = runTool({"-C", other, "check", "--json"}).json()["findings"];
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_EQ(found[0]["kind"], "missing-file");
+  EXPECT_EQ(found[0]["detail"].asString(),
+            "\"log\" at level 0: \"" + recorded(repository_.root()) +
+                "\" is not in the report: it is recorded under another root, and there");
+  fs::remove(recorded(other));
+  const Json::Value gone = runTool({"-C", other, "check", "--json"}).json()["findings"];
+  ASSERT_EQ(gone.size(), 1U);
+  EXPECT_EQ(gone[0]["detail"].asString(),
+            "\"log\" at level 0: \"" + recorded(repository_.root()) + "\" is not in the report");
+}
+
+TEST_F(CheckContents, WhatIsTooDeepToBeLookedAtIsNotKnown) {
+  fs::path deep = report() / "contentfiles";
+  for (int level = 0; level < 25; ++level) {
+    const int parent = openPath(deep);
+    deep /= std::string(200, 'd');
+    ASSERT_EQ(::mkdirat(parent, std::string(200, 'd').c_str(), 0755), 0);
+    ::close(parent);
+  }
+  const ToolResult result = run({"check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, "kelp-diagnostics: " + idOf(1) + ": File name too long, not checked\n");
+}
+
+TEST_F(CheckContents, ARecordOfANameThatNothingCanHaveHasNoFile) {
+  addRecord(repository_, idOf(1), 5, "contentfiles/" + std::string(300, 'n'));
+  EXPECT_THAT(findings(),
+              ::testing::ElementsAre("missing-file contentfiles/" + std::string(300, 'n')));
 }
 
 TEST_F(CheckContents, FilesBelowADirectoryThatARecordNamesAreNone) {

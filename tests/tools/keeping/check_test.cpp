@@ -4,6 +4,7 @@
 #include "support/childprocess.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <set>
 #include <sstream>
@@ -104,8 +105,11 @@ TEST_F(Check, FindsNothingInHealthyReports) {
 TEST_F(Check, FindsNothingInATornTail) {
   makeReport(repository_, idOf(1));
   const fs::path store = repository_.root() / idOf(1) / "metadata.db";
-  writeFile(store, readFile(store) + std::string("\x05\0\0", 3));
-  EXPECT_EQ(run({"check"}).status, 0);
+  const std::string whole = readFile(store);
+  for (const std::string& tail : {std::string("\x05\0\0", 3), std::string(4096, '\0')}) {
+    writeFile(store, whole + tail);
+    EXPECT_EQ(run({"check"}).status, 0);
+  }
 }
 
 TEST_F(Check, FindsNothingUnderAnEmptyRoot) {
@@ -137,6 +141,9 @@ TEST_F(Check, FindsWhatIsNoReport) {
   fs::create_directory_symlink(root / idOf(1), root / idOf(2));
   writeFile(root / idOf(3), "");
   writeFile(root / "no\x1b[1mtes\n", "");
+  ASSERT_EQ(::mkfifo((root / "pipe").c_str(), 0644), 0);
+  ASSERT_EQ(::mkfifo((root / idOf(4)).c_str(), 0644), 0);
+  makeSocket(root / "socket");
   const ToolResult result = run({"check"});
   EXPECT_EQ(result.status, 5);
   const std::string begin = "-       no-report  ";
@@ -147,11 +154,14 @@ TEST_F(Check, FindsWhatIsNoReport) {
                           "identifier",
                   begin + "\"" + idOf(2) + "\" is a symbolic link in the place of a report",
                   begin + "\"" + idOf(3) + "\" is a file in the place of a report",
+                  begin + "\"" + idOf(4) + "\" is a pipe in the place of a report",
                   begin + "\"ABCDEFAB-0000-4000-8000-000000000000\" is a directory with an "
                           "identifier in upper case",
                   begin + "\"lost+found\" is a directory that is no report",
-                  begin + "\"no\\x1b[1mtes\\n\" is a file that is no report"));
-  const Json::Value finding = run({"check", "--json"}).json()["findings"][4];
+                  begin + "\"no\\x1b[1mtes\\n\" is a file that is no report",
+                  begin + "\"pipe\" is a pipe that is no report",
+                  begin + "\"socket\" is a socket that is no report"));
+  const Json::Value finding = run({"check", "--json"}).json()["findings"][5];
   EXPECT_EQ(finding["report"], Json::Value());
   EXPECT_EQ(finding["path"], (root / "lost+found").native());
 }
@@ -180,7 +190,7 @@ TEST_F(Check, ExplainsEveryKindInItsHelp) {
   for (const Damage& damage : damages()) {
     kinds.insert(damage.kind);
   }
-  EXPECT_EQ(kinds.size(), 9U);
+  EXPECT_EQ(kinds.size(), 10U);
   for (const std::string& kind : kinds) {
     EXPECT_THAT(result.output, HasSubstr("\n  " + kind + "\n"));
   }

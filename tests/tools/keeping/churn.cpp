@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <string>
 
 namespace {
 
@@ -51,6 +52,19 @@ ReportUuid makeReport(const DiagnosticData& data) {
   return report->getId();
 }
 
+/** Fails when something of the report is gone. */
+void verify(const DiagnosticData& data, const ReportUuid& id) {
+  const std::filesystem::path report = data.getRootPath() / id.toString();
+  for (const char* const name : {"log/0/log", "trace/0/trace", "trace/1/trace"}) {
+    const std::filesystem::path file = report / "contentfiles" / name;
+    std::string content;
+    std::ifstream(file) >> content;
+    require(content == file.filename());
+  }
+  require(std::filesystem::is_directory(report / "contentfiles/log/1"));
+  require(data.openReport(id) != nullptr);
+}
+
 }  // namespace
 
 int main(int /*argc*/, char** argv) {
@@ -61,6 +75,7 @@ int main(int /*argc*/, char** argv) {
   for (; !isToEnd(); ++count) {
     alive.push_back(makeReport(data));
     if (alive.size() > kAlive) {
+      verify(data, alive.front());
       require(data.deleteReport(alive.front(), false).has_value());
       alive.pop_front();
     }

@@ -11,7 +11,7 @@ using ::testing::HasSubstr;
 
 constexpr std::size_t kMany = 10'000;
 
-class Many : public KeepingTest {
+class Many : private TemporaryInMemory, public KeepingTest {
  protected:
   Many() : ids_(repository_.createMany(kMany)) {}
 

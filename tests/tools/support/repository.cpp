@@ -101,7 +101,7 @@ std::map<std::string, std::string> Repository::snapshot() const {
     all[entry.path().native()] =
         std::to_string(status.st_mode) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
         std::to_string(status.st_mtim.tv_nsec) + " " +
-        (entry.is_regular_file() && !entry.is_symlink() ? readFile(entry.path()) : "");
+        (!entry.is_symlink() && entry.is_regular_file() ? readFile(entry.path()) : "");
   }
   return all;
 }
