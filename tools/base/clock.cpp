@@ -39,8 +39,9 @@ std::optional<long> spanOf(const std::string& text) {
 std::optional<long> timeOf(const std::string& text, bool utc) {
   static const std::regex kForm(
       R"((\d{4})-(\d{2})-(\d{2})(?:[Tt ](\d{2}):(\d{2})(?::(\d{2})(?:\.\d+)?)?([Zz]|([+-])(\d{2}):(\d{2}))?)?)");
+  constexpr std::size_t kLongest = 64;  // The expression takes more stack, the longer the text is.
   std::smatch part;
-  if (!std::regex_match(text, part, kForm)) {
+  if (text.size() > kLongest || !std::regex_match(text, part, kForm)) {
     return std::nullopt;
   }
   const auto number = [&](std::size_t index) {
@@ -70,20 +71,29 @@ std::optional<long> timeOf(const std::string& text, bool utc) {
 
 }  // namespace
 
-std::string timeText(long seconds, bool utc) {
+std::optional<std::string> calendarText(long seconds, bool utc) {
+  constexpr int kFirst = 0 - 1900;
+  constexpr int kLast = 9999 - 1900;
   std::tm fields{};
-  if ((utc ? ::gmtime_r(&seconds, &fields) : ::localtime_r(&seconds, &fields)) == nullptr) {
-    return std::to_string(seconds);  // A year beyond all calendars.
+  if ((utc ? ::gmtime_r(&seconds, &fields) : ::localtime_r(&seconds, &fields)) == nullptr ||
+      fields.tm_year < kFirst || fields.tm_year > kLast) {
+    return std::nullopt;
   }
   std::array<char, 64> text{};
-  std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &fields);
-  std::string result(text.data(), length);
+  std::size_t length = std::strftime(text.data(), text.size(), "-%m-%dT%H:%M:%S", &fields);
+  std::string year = std::to_string(fields.tm_year + 1900);
+  year.insert(0, 4 - year.size(), '0');
+  std::string result = year + std::string(text.data(), length);
   if (utc) {
     return result + "Z";
   }
   length = std::strftime(text.data(), text.size(), "%z", &fields);
   const std::string zone(text.data(), length);  // "+0130"
   return result + zone.substr(0, 3) + ":" + zone.substr(3);
+}
+
+std::string timeText(long seconds, bool utc) {
+  return calendarText(seconds, utc).value_or(std::to_string(seconds));
 }
 
 std::string ageText(long seconds) {
@@ -101,7 +111,16 @@ long parseSpan(const std::string& text) {
     return *span;
   }
   throw Failure(ExitStatus::Usage,
-                "\"" + escaped(text) + "\" is not a span of time such as 90s, 12h or 7d");
+                inQuotes(text) + " is not a span of time such as 90s, 12h or 7d");
+}
+
+long parseWait(const std::string& text) {
+  if (text.ends_with("ms")) {
+    if (const auto milliseconds = spanOf(text.substr(0, text.size() - 2) + "s")) {
+      return *milliseconds;
+    }
+  }
+  return parseSpan(text) * 1000;
 }
 
 long parseTime(const std::string& text, bool utc) {
@@ -114,8 +133,8 @@ long parseTime(const std::string& text, bool utc) {
   if (const auto span = spanOf(text)) {
     return currentTime() - *span;
   }
-  throw Failure(ExitStatus::Usage, "\"" + escaped(text) +
-                                       "\" is not a time such as 2026-03-01T12:30:00Z, "
+  throw Failure(ExitStatus::Usage, inQuotes(text) +
+                                       " is not a time such as 2026-03-01T12:30:00Z, "
                                        "2026-03-01 or 7d (ago)");
 }
 

@@ -100,7 +100,7 @@ int errorFrom(const Descriptor& report) {
 /** A program that runs, and has ended at the latest when this object has. */
 class Process {
  public:
-  explicit Process(std::vector<std::string> command) : name_("\"" + escaped(command[0]) + "\"") {
+  explicit Process(std::vector<std::string> command) : name_(inQuotes(command[0])) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& argument : command) {

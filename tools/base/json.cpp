@@ -1,5 +1,6 @@
 #include "base/json.h"
 
+#include "base/clock.h"
 #include "base/output.h"
 
 #include <json/writer.h>
@@ -20,6 +21,11 @@ Json::Value jsonDocument(const char* name) {
   document["schema"] = kJsonSchema;
   document[name] = Json::Value(Json::arrayValue);
   return document;
+}
+
+Json::Value jsonTime(const std::optional<long>& seconds, bool utc) {
+  const auto text = seconds ? calendarText(*seconds, utc) : std::nullopt;
+  return text ? Json::Value(*text) : Json::Value();
 }
 
 std::string jsonText(const Json::Value& value) {

@@ -21,6 +21,9 @@ template <typename T>
 /** An object with "schema" and, under @p name, the empty array @p name. */
 [[nodiscard]] Json::Value jsonDocument(const char* name);
 
+/** A time as timeText() writes it; null when there is none, or none of a year from 0 to 9999. */
+[[nodiscard]] Json::Value jsonTime(const std::optional<long>& seconds, bool utc);
+
 /** What printJson() prints. */
 [[nodiscard]] std::string jsonText(const Json::Value& value);
 

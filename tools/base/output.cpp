@@ -104,10 +104,6 @@ bool errorsAreTerminal() {
   return are;
 }
 
-bool canAsk() {
-  return isTerminal(STDIN_FILENO) && errorsAreTerminal();
-}
-
 std::size_t terminalColumns() {
   winsize size{};
   if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
@@ -143,22 +139,6 @@ void discardOutput() {
 void warn(std::string_view text) {
   Progress::hide();
   std::cerr << "kelp-diagnostics: " << text << '\n';
-}
-
-bool confirmed(std::string_view text) {
-  Progress::hide();
-  flushOutput();
-  std::cerr << text << " [y/N] ";
-  pollfd input{STDIN_FILENO, POLLIN, 0};
-  while (!waitUntilReady({&input, 1})) {
-    checkInterrupt();
-  }
-  checkInterrupt();
-  const int answer = std::fgetc(stdin);
-  for (int rest = answer; rest != '\n' && rest != EOF; rest = std::fgetc(stdin)) {
-  }
-  checkInterrupt();
-  return answer == 'y' || answer == 'Y';
 }
 
 }  // namespace KELP::Tool

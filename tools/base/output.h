@@ -17,8 +17,6 @@ void keepStandardDescriptors();
 [[nodiscard]] bool outputIsTerminal();
 /** Whether the standard error is a terminal. */
 [[nodiscard]] bool errorsAreTerminal();
-/** Whether somebody can be asked: the standard input and the standard error are terminals. */
-[[nodiscard]] bool canAsk();
 /** The columns of the terminal; 80 when nobody says. */
 [[nodiscard]] std::size_t terminalColumns();
 
@@ -37,8 +35,5 @@ void discardOutput();
 
 /** Writes "kelp-diagnostics: TEXT" to the standard error. */
 void warn(std::string_view text);
-
-/** Asks "TEXT [y/N] " on the terminal. Only when canAsk(). */
-[[nodiscard]] bool confirmed(std::string_view text);
 
 }  // namespace KELP::Tool

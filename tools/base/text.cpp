@@ -2,11 +2,13 @@
 
 #include "base/failure.h"
 
+#include <strings.h>
+
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cwchar>
 #include <optional>
 
@@ -92,6 +94,20 @@ std::size_t columnsOfCharacter(const Character& character) {
 }
 
 constexpr std::array<const char*, 6> kUnits{"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
+
+/** How many bytes the unit of a size has, which may be written without its "iB", or left out. */
+std::optional<double> factorOf(const std::string& unit) {
+  double factor = 1;
+  for (const std::string known : kUnits) {
+    const std::string letter = known.substr(0, 1);
+    if (unit.empty() || ::strcasecmp(unit.c_str(), known.c_str()) == 0 ||
+        ::strcasecmp(unit.c_str(), letter.c_str()) == 0) {
+      return factor;
+    }
+    factor *= 1024;
+  }
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -195,26 +211,19 @@ std::string sizeText(std::uint64_t bytes) {
 }
 
 std::uint64_t parseSize(const std::string& text) {
-  char* end = nullptr;
-  const double number = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) != 0 &&
-                                text.find_first_of("xX") == std::string::npos
-                            ? std::strtod(text.c_str(), &end)
-                            : -1;
-  std::string unit = end == nullptr ? "" : end;
-  if (unit.size() == 1 && unit != "B") {
-    unit += "iB";
+  double number = -1;
+  const char* const end = text.data() + text.size();
+  // A sign, an exponent and the like are left over, or nothing is read.
+  const auto [rest, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+  const bool isNumber =
+      error == std::errc() && std::isdigit(static_cast<unsigned char>(text[0])) != 0;
+  const std::optional<double> factor = factorOf(std::string(rest, end));
+  const double bytes = isNumber && factor ? number * *factor : -1;
+  const bool isNothing = bytes > 0 && bytes < 0.5;  // It would stand for 0, which nobody wrote.
+  if (bytes < 0 || bytes >= 0x1p63 || isNothing) {
+    throw Failure(ExitStatus::Usage, inQuotes(text) + " is not a size such as 500K or 2MiB");
   }
-  if (unit.empty()) {
-    unit = "B";
-  }
-  double factor = 1;
-  for (const char* const known : kUnits) {
-    if (unit == known && number >= 0 && number * factor < 0x1p63) {
-      return static_cast<std::uint64_t>(std::llround(number * factor));
-    }
-    factor *= 1024;
-  }
-  throw Failure(ExitStatus::Usage, "\"" + escaped(text) + "\" is not a size such as 500K or 2MiB");
+  return static_cast<std::uint64_t>(std::llround(bytes));
 }
 
 std::string counted(std::size_t count, std::string_view noun) {

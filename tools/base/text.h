@@ -46,7 +46,7 @@ namespace KELP::Tool {
 /** A number of bytes for people: "0 B", "999 B", "1.5 KiB", "12 MiB". */
 [[nodiscard]] std::string sizeText(std::uint64_t bytes);
 
-/** The other way round: "4096", "10K", "1.5MiB", "2G" (powers of 1024). Throws a Failure of usage.
+/** The other way round: "4096", "10K", "1.5MiB", "2g" (powers of 1024). Throws a Failure of usage.
  */
 [[nodiscard]] std::uint64_t parseSize(const std::string& text);
 

@@ -4,14 +4,14 @@
 # What each verb takes: its options, and "=" and what comes behind those that take a value. "-" has what
 # stands before the verb.
 declare -gA _kelp_diagnostics_options=(
-  ["-"]="-C=directory -v --verbose -h --help --help-all"
+  ["-"]="-C=directory -v --verbose --version -h --help --help-all"
   ["list"]="-n= --stage=stage --app= --since= --until= --no-legend --json --utc"
   ["show"]="--all-levels --json --utc"
   ["cat"]="--level= --all-levels --force"
   ["create"]="--id= --app= --build= --user= --device= --session= --description= --pid= --process= --library=file --wait= --json"
   ["set"]="--description= --pid= --process= --library=file --consent= --max-consent= --wait="
   ["property add"]="--media-type= --tag= --wait="
-  ["property list"]=""
+  ["property list"]="-0 --null --json"
   ["property remove"]="--wait="
   ["property tag"]="--wait="
   ["variation add"]="--overwrite --wait="
@@ -56,17 +56,97 @@ _kelp_diagnostics_read() {
   kelp-diagnostics "${place[@]}" "$@" 2>/dev/null
 }
 
-# Puts what can stand for the current word into COMPREPLY. KIND ROOT ID WORD
+# Takes the quotes of the shell off WORD, and puts what is left into REPLY. Nothing is expanded.
+_kelp_diagnostics_unquote() {
+  local text=$1 quote="" letter at
+  REPLY=""
+  for ((at = 0; at < ${#text}; at++)); do
+    letter=${text:at:1}
+    case "$quote|$letter" in
+      "|'" | '|"') quote=$letter ;;
+      "'|'" | '"|"') quote="" ;;
+      "|\\" | "\"|\\")
+        at=$((at + 1))
+        # Between quotes it stands for itself in front of most letters.
+        [[ -n $quote && ${text:at:1} != [\$\`\"\\] ]] && REPLY+=$letter
+        REPLY+=${text:at:1}
+        ;;
+      *) REPLY+=$letter ;;
+    esac
+  done
+}
+
+# Fills words from COMP_WORDS up to the current word. Readline may have taken them apart at "=" and ":";
+# what it does not replace of the current word goes into kept.
+_kelp_diagnostics_gather() {
+  local piece joins=""
+  words=()
+  kept=""
+  for piece in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
+    if [[ ${#words[@]} -gt 0 && ($piece =~ ^[=:]+$ || -n $joins) ]]; then
+      kept=${words[-1]}
+      words[-1]+=$piece
+      joins=""
+      [[ $piece =~ ^[=:]+$ ]] && joins=yes kept=${words[-1]}
+    else
+      kept=""
+      words+=("$piece")
+    fi
+  done
+}
+
+# Notes in root what -C is given.
+_kelp_diagnostics_enter() {
+  local home=""
+  [[ $1 == \~ || $1 == \~/* ]] && home=$HOME
+  _kelp_diagnostics_unquote "${1#"${home:+"~"}"}"
+  root=$home$REPLY
+}
+
+# Notes what an option in front of the current word means for what follows.
+_kelp_diagnostics_pass() {
+  local option
+  if [[ -z $verb && $1 == -C?* ]]; then
+    _kelp_diagnostics_enter "${1#-C}"
+  fi
+  for option in ${_kelp_diagnostics_options[${verb:--}]-}; do
+    [[ $option == "$1="* ]] && expects=${option#*=} && expects=${expects:-text}
+  done
+}
+
+# Reads what stands in front of the current word into verb, root, given (the arguments of the verb), expects
+# (what the current word is when it is the value of an option) and marked (whether it is behind "--").
+_kelp_diagnostics_parse() {
+  local before
+  for before in "$@"; do
+    if [[ -n $expects ]]; then
+      [[ $expects == directory ]] && _kelp_diagnostics_enter "$before"
+      expects=""
+    elif [[ -z $marked && $before == -- ]]; then
+      marked=yes
+    elif [[ -z $marked && $before == -?* ]]; then
+      _kelp_diagnostics_pass "$before"
+    elif [[ -z $verb || $verb == property || $verb == variation ]]; then
+      verb=${verb:+$verb }$before
+    else
+      _kelp_diagnostics_unquote "$before"
+      given+=("$REPLY")
+    fi
+  done
+}
+
+# Puts what can stand for WORD into COMPREPLY. KIND WORD
 _kelp_diagnostics_offer() {
-  local kind=$1 root=$2 id=$3 word=$4 line
-  local -a words=()
+  local kind=$1 word=$2 line
+  local -a found=()
   case $kind in
-    id) mapfile -t words < <(_kelp_diagnostics_read "$root" list --no-legend | cut -d ' ' -f 1) ;;
-    name) mapfile -t words < <(_kelp_diagnostics_read "$root" property list "$id") ;;
-    type) words=(file string integer double boolean) ;;
-    mark) words=(creation user-interaction data-collection data-policy upload) ;;
-    stage) words=(creating collecting awaiting-consent awaiting-policy awaiting-upload uploaded half-made damaged mismatched) ;;
-    verb) mapfile -t words < <(printf '%s\n' "${!_kelp_diagnostics_options[@]}" | grep -vxF -e - | cut -d ' ' -f 1 | sort -u) ;;
+    id) mapfile -t found < <(_kelp_diagnostics_read "$root" list --no-legend | cut -d ' ' -f 1) ;;
+    name) mapfile -d '' -t found < <(_kelp_diagnostics_read "$root" property list --null "${given[0]-}") ;;
+    type) found=(file string integer double boolean) ;;
+    mark) found=(creation user-interaction data-collection data-policy upload) ;;
+    stage) found=(creating collecting awaiting-consent awaiting-policy awaiting-upload uploaded half-made damaged mismatched) ;;
+    verb) mapfile -t found < <(printf '%s\n' "${!_kelp_diagnostics_options[@]}" | grep -vxF -e - | cut -d ' ' -f 1 | sort -u) ;;
+    second) mapfile -t found < <(printf '%s\n' "${!_kelp_diagnostics_options[@]}" | sed -n "s/^$verb //p") ;;
     file | directory)
       local action=-f
       [[ $kind == directory ]] && action=-d
@@ -79,54 +159,55 @@ _kelp_diagnostics_offer() {
       return
       ;;
   esac
-  for line in "${words[@]}"; do
-    [[ -n $line && $line == "$word"* ]] && COMPREPLY+=("$(printf '%q' "$line")")
+  _kelp_diagnostics_unquote "$word"
+  for line in "${found[@]}"; do
+    [[ -n $line && $line == "$REPLY"* ]] && COMPREPLY+=("$(printf '%q' "$line")")
   done
+}
+
+# Puts the options that begin with WORD into COMPREPLY.
+_kelp_diagnostics_offer_options() {
+  local option
+  for option in ${_kelp_diagnostics_options[${verb:--}]-} --help; do
+    [[ ${option%%=*} == "$1"* ]] && COMPREPLY+=("${option%%=*}")
+  done
+}
+
+# Puts what the verb takes behind the arguments that are given into COMPREPLY.
+_kelp_diagnostics_offer_argument() {
+  local -a arguments=()
+  read -ra arguments <<<"${_kelp_diagnostics_arguments[$verb]-}"
+  [[ ${#arguments[@]} -eq 0 ]] && return
+  local kind=${arguments[${#given[@]}]-}
+  [[ -z $kind && ${arguments[-1]} == *... ]] && kind=${arguments[-1]}
+  _kelp_diagnostics_offer "${kind%...}" "$1"
 }
 
 _kelp_diagnostics() {
   COMPREPLY=()
-  local word=${COMP_WORDS[COMP_CWORD]} verb="" root="" expects="" option at
-  local -a given=()
-  # What stands before the current word: the verb, the root, and the arguments of the verb.
-  for ((at = 1; at < COMP_CWORD; at++)); do
-    local before=${COMP_WORDS[at]}
-    if [[ -n $expects ]]; then
-      [[ $expects == directory && -z $verb ]] && root=${before/#\~/$HOME}
-      expects=""
-    elif [[ $before == -- ]]; then
-      continue
-    elif [[ $before == -* ]]; then
-      for option in ${_kelp_diagnostics_options[${verb:--}]-}; do
-        [[ $option == "$before="* ]] && expects=${option#*=} && expects=${expects:-text}
-      done
-    elif [[ -z $verb || $verb == property || $verb == variation ]]; then
-      verb=${verb:+$verb }$before
-    else
-      given+=("$before")
-    fi
-  done
+  local word kept="" verb="" root="" expects="" marked="" prefix="" REPLY=""
+  local -a words=() given=()
+  _kelp_diagnostics_gather
+  _kelp_diagnostics_parse "${words[@]:0:${#words[@]}-1}"
+  word=${words[-1]}
+  if [[ -z $expects && -z $marked && $word == --*=* ]]; then
+    prefix=${word%%=*}=
+    _kelp_diagnostics_pass "${prefix%=}"
+  fi
 
   if [[ -n $expects ]]; then
-    _kelp_diagnostics_offer "$expects" "$root" "" "$word"
-  elif [[ $word == -* ]]; then
-    for option in ${_kelp_diagnostics_options[${verb:--}]-} --help; do
-      [[ ${option%%=*} == "$word"* ]] && COMPREPLY+=("${option%%=*}")
-    done
+    _kelp_diagnostics_offer "$expects" "${word#"$prefix"}"
+  elif [[ -z $marked && $word == -* ]]; then
+    _kelp_diagnostics_offer_options "$word"
   elif [[ -z $verb ]]; then
-    _kelp_diagnostics_offer verb "" "" "$word"
+    _kelp_diagnostics_offer verb "$word"
   elif [[ $verb == property || $verb == variation ]]; then
-    for option in "${!_kelp_diagnostics_options[@]}"; do
-      [[ $option == "$verb $word"* ]] && COMPREPLY+=("${option#* }")
-    done
+    _kelp_diagnostics_offer second "$word"
   else
-    local -a arguments=()
-    read -ra arguments <<<"${_kelp_diagnostics_arguments[$verb]-}"
-    [[ ${#arguments[@]} -eq 0 ]] && return
-    local kind=${arguments[${#given[@]}]-}
-    [[ -z $kind && ${arguments[-1]} == *... ]] && kind=${arguments[-1]}
-    _kelp_diagnostics_offer "${kind%...}" "$root" "${given[0]-}" "$word"
+    _kelp_diagnostics_offer_argument "$word"
   fi
+  COMPREPLY=("${COMPREPLY[@]/#/"$prefix"}")
+  COMPREPLY=("${COMPREPLY[@]#"$kept"}")
 }
 
 complete -F _kelp_diagnostics kelp-diagnostics

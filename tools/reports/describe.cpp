@@ -1,6 +1,5 @@
 #include "reports/describe.h"
 
-#include "base/clock.h"
 #include "base/files.h"
 #include "base/json.h"
 
@@ -11,10 +10,6 @@ namespace KELP::Tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-Json::Value timeOrNull(const std::optional<long>& seconds, bool utc) {
-  return seconds ? Json::Value(timeText(*seconds, utc)) : Json::Value();
-}
 
 template <typename Texts>
 Json::Value arrayOf(const Texts& texts) {
@@ -129,8 +124,8 @@ Json::Value describeReport(const StoredReport& report, const DescribeOptions& op
   Json::Value value(Json::objectValue);
   value["id"] = report.name;
   value["stage"] = report.stageText();
-  value["created"] = timeOrNull(metadata.created, options.utc);
-  value["modified"] = timeOrNull(metadata.modified, options.utc);
+  value["created"] = jsonTime(metadata.created, options.utc);
+  value["modified"] = jsonTime(metadata.modified, options.utc);
   value["app"] = orNull(metadata.appId);
   value["build"] = orNull(metadata.buildId);
   value["user"] = orNull(metadata.userId);

@@ -95,10 +95,10 @@ std::string pickName(const std::vector<std::string>& names, const std::string& p
   const auto end =
       std::find_if(first, names.end(), [&](const auto& name) { return !name.starts_with(wanted); });
   if (wanted.empty() || first == end) {
-    throw Failure(ExitStatus::NotFound, "there is no report \"" + escaped(prefix) + "\"");
+    throw Failure(ExitStatus::NotFound, "there is no report " + inQuotes(prefix) + "");
   }
   if (end - first > 1) {
-    throw Failure(ExitStatus::Usage, "\"" + escaped(prefix) + "\" is the beginning of " +
+    throw Failure(ExitStatus::Usage, inQuotes(prefix) + " is the beginning of " +
                                          counted(static_cast<std::size_t>(end - first), "report") +
                                          ", such as " + *first + " and " + *(first + 1));
   }

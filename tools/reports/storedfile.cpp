@@ -80,7 +80,7 @@ bool StoredFile::hasChanged() const {
 
 void StoredFile::fail(int error) const {
   throw Failure(ExitStatus::Failed,
-                "cannot read \"" + escaped(name_) + "\": " + std::system_category().message(error));
+                "cannot read " + inQuotes(name_) + ": " + std::system_category().message(error));
 }
 
 }  // namespace KELP::Tool

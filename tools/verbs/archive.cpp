@@ -7,9 +7,11 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <locale.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <clocale>
 #include <cstddef>
 #include <cstdlib>
@@ -95,7 +97,10 @@ std::string memberNameOf(std::string_view text) {
 }
 
 ArchiveWriter::ArchiveWriter(int descriptor, std::string name, ArchiveFormat format)
-    : name_(std::move(name)), format_(format), archive_(::archive_write_new()) {
+    : name_(std::move(name)),
+      format_(format),
+      sink_{descriptor},
+      archive_(::archive_write_new(), ::archive_write_free) {
   if (archive_ == nullptr) {
     throw std::bad_alloc();
   }
@@ -115,12 +120,26 @@ ArchiveWriter::ArchiveWriter(int descriptor, std::string name, ArchiveFormat for
   }
   require(::archive_write_set_bytes_per_block(archive_.get(), kBlockSize));
   require(::archive_write_set_bytes_in_last_block(archive_.get(), 1));
-  require(::archive_write_open_fd(archive_.get(), descriptor));
+  require(::archive_write_open(archive_.get(), &sink_, nullptr, Sink::write, nullptr));
 }
 
-void ArchiveWriter::Abandon::operator()(archive* unfinished) const {
-  ::archive_write_fail(unfinished);  // Nothing more is written, unless it is closed already.
-  ::archive_write_free(unfinished);
+ArchiveWriter::~ArchiveWriter() {
+  sink_.isAbandoned = true;  // What is not closed stays unfinished.
+}
+
+ssize_t ArchiveWriter::Sink::write(archive* /*writer*/, void* sink, const void* bytes,
+                                   std::size_t size) {
+  auto& [descriptor, error, isAbandoned] = *static_cast<Sink*>(sink);
+  std::string_view left(static_cast<const char*>(bytes), size);
+  while (!left.empty() && error == 0 && !isAbandoned) {
+    const ssize_t written = ::write(descriptor, left.data(), left.size());
+    if (written >= 0) {
+      left.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      error = errno;
+    }
+  }
+  return static_cast<ssize_t>(size);
 }
 
 void ArchiveWriter::begin(const std::string& path, std::uint64_t size, long modified) {
@@ -151,10 +170,10 @@ void ArchiveWriter::close() {
 }
 
 void ArchiveWriter::require(long result) const {
-  if (result >= ARCHIVE_OK) {
+  if (result >= ARCHIVE_OK && sink_.error == 0) {
     return;
   }
-  const int error = ::archive_errno(archive_.get());
+  const int error = sink_.error != 0 ? sink_.error : ::archive_errno(archive_.get());
   const char* const text = ::archive_error_string(archive_.get());
   std::string reason = text == nullptr ? "the archive cannot be made" : escaped(text);
   if (error > 0) {

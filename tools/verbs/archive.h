@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -37,6 +40,9 @@ class ArchiveWriter {
  public:
   /** @param descriptor what to write to. @param name for messages. */
   ArchiveWriter(int descriptor, std::string name, ArchiveFormat format);
+  ~ArchiveWriter();
+  ArchiveWriter(const ArchiveWriter&) = delete;
+  ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
   /** @param path in UTF-8. @param modified seconds since the epoch; as near as the format can say.
    */
@@ -45,15 +51,22 @@ class ArchiveWriter {
   void close();
 
  private:
-  struct Abandon {
-    void operator()(archive* unfinished) const;
+  /** Where the archive's bytes go. An error does not reach the library, which would never release
+   * all that it has; it is kept, and what follows is dropped. */
+  struct Sink {
+    int descriptor;
+    int error = 0;
+    bool isAbandoned = false;
+
+    static ssize_t write(archive* writer, void* sink, const void* bytes, std::size_t size);
   };
 
   void require(long result) const;
 
   std::string name_;
   ArchiveFormat format_;
-  std::unique_ptr<archive, Abandon> archive_;
+  Sink sink_;
+  std::unique_ptr<archive, int (*)(archive*)> archive_;
 };
 
 }  // namespace KELP::Tool

@@ -31,12 +31,12 @@ void requireFile(const std::string& file) {
   const int descriptor = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   struct stat status {};
   if (descriptor < 0 || ::fstat(descriptor, &status) != 0) {
-    throw Failure(ExitStatus::Failed, "cannot read \"" + escaped(file) +
-                                          "\": " + std::system_category().message(errno));
+    throw Failure(ExitStatus::Failed,
+                  "cannot read " + inQuotes(file) + ": " + std::system_category().message(errno));
   }
   ::close(descriptor);
   if (!S_ISREG(status.st_mode)) {
-    throw Failure(ExitStatus::Failed, "\"" + escaped(file) + "\" is not a regular file");
+    throw Failure(ExitStatus::Failed, inQuotes(file) + " is not a regular file");
   }
 }
 
@@ -48,7 +48,7 @@ void checkName(const Property& property, const AttachOptions& options) {
   }
   const std::string kept = std::filesystem::path(existing->relative_path).filename();
   if (kept != *options.fileName) {
-    warn("the file keeps its name \"" + escaped(kept) + "\"");
+    warn("the file keeps its name " + inQuotes(kept) + "");
   }
 }
 
@@ -77,7 +77,7 @@ ExitStatus attach(const Context& context, const AttachOptions& options) {
   checkName(property, options);
   const auto copied = copy(*report, options);
   if (!copied && isNew && !report->removeReportContentProperty(options.name)) {
-    warn("the property \"" + escaped(options.name) + "\" stays, without a file");
+    warn("the property " + inQuotes(options.name) + " stays, without a file");
   }
   require(copied);
   return ExitStatus::Done;
@@ -98,8 +98,8 @@ void addAttach(CLI::App& program, Context& context) {
   addChange(*verb.app, verb->change);
   addName(*verb.app, verb->name);
   addLevel(*verb.app, verb->level);
-  addText(*verb.app, "FILE", verb->file, "The file to copy")->type_name("FILE")->required();
-  addText(*verb.app, "--name", verb->fileName,
+  addWord(*verb.app, "FILE", verb->file, "The file to copy")->type_name("FILE")->required();
+  addWord(*verb.app, "--name", verb->fileName,
           "The name that the stored file gets, instead of the property's")
       ->type_name("FILENAME");
   verb.app->add_flag("--overwrite", verb->overwrite,

@@ -4,6 +4,7 @@
 #include "reports/describe.h"
 #include "reports/repository.h"
 #include "reports/storedfile.h"
+#include "verbs/argument.h"
 #include "verbs/verb.h"
 
 #include <cstddef>
@@ -26,16 +27,12 @@ struct CatOptions {
   bool force = false;
 };
 
-std::string quoted(const std::string& text) {
-  return "\"" + escaped(text) + "\"";
-}
-
 const Property& requireProperty(const StoredReport& report, const std::string& name) {
   if (const Property* const property = findProperty(report, name)) {
     return *property;
   }
   throw Failure(ExitStatus::NotFound,
-                "the report " + report.name + " has no property " + quoted(name));
+                "the report " + report.name + " has no property " + inQuotes(name));
 }
 
 /** The variation that is asked for. Throws a Failure when there is none, and when it must not get
@@ -47,7 +44,7 @@ const Variation& requireVariation(const Property& property, int permitted,
                                           std::to_string(permitted) +
                                           " (--all-levels writes it all the same)");
   };
-  const std::string name = quoted(property.stable_id);
+  const std::string name = inQuotes(property.stable_id);
   constexpr int kAll = std::numeric_limits<int>::max();
   const Variation* const wanted =
       options.level ? findVariation(property, *options.level)
@@ -128,7 +125,7 @@ void writeFile(StoredFile& file, const std::string& name, bool forTerminal) {
 
 void writeValue(const std::string& value, const std::string& name, bool forTerminal) {
   if (forTerminal && !isText(value)) {
-    refuseBinary("the value of " + quoted(name));
+    refuseBinary("the value of " + inQuotes(name));
   }
   print(forTerminal ? escapedLines(value) : value);
 }
@@ -141,7 +138,7 @@ ExitStatus cat(const Context& context, const CatOptions& options) {
   const bool forTerminal = outputIsTerminal() && !options.force;
   if (property.isFileProperty()) {
     StoredFile file(report, variation);
-    writeFile(file, quoted(pathInReport(report, variation)), forTerminal);
+    writeFile(file, inQuotes(pathInReport(report, variation)), forTerminal);
   } else {
     writeValue(valueText(variation, property.property_type), options.name, forTerminal);
   }
@@ -161,10 +158,9 @@ void addCat(CLI::App& program, Context& context) {
       "characters escaped, but for newlines and tabs.\n",
       cat);
   addId(*verb.app, verb->id);
-  verb.app->add_option("NAME", verb->name, "The property")->required();
-  verb.app
-      ->add_option("--level", verb->level,
-                   "The variation of this level, instead of the best one that is permitted")
+  addText(*verb.app, "NAME", verb->name, "The property")->required();
+  addInteger(*verb.app, "--level", verb->level,
+             "The variation of this level, instead of the best one that is permitted")
       ->type_name("LEVEL");
   verb.app->add_flag("--all-levels", verb->allLevels, "Also levels above the permitted one");
   verb.app->add_flag("--force", verb->force,

@@ -1,14 +1,13 @@
 #pragma once
 
 #include "reports/contents.h"
+#include "verbs/argument.h"
 #include "verbs/verb.h"
 
 #include <diagnostic/diagnosticreport.h>
 
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 /** What the verbs that change a report have in common. */
 namespace KELP::Tool {
@@ -30,27 +29,6 @@ void addChange(CLI::App& verb, ChangeOptions& options);
 void addName(CLI::App& verb, std::string& name);
 /** Adds the argument LEVEL, of a variation. */
 void addLevel(CLI::App& verb, int& level);
-
-// Arguments as they were typed: the parser's own conversions take "010" for 8, "{}" for no text,
-// and the empty text for no value.
-
-/** Adds an option, or an argument, that is a text. */
-CLI::Option* addText(CLI::App& verb, const std::string& name, std::string& text,
-                     const std::string& help);
-CLI::Option* addText(CLI::App& verb, const std::string& name, std::optional<std::string>& text,
-                     const std::string& help);
-/** Adds an option that may be given several times, each with one text. */
-CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::string>& texts,
-                      const std::string& help);
-/** Adds the last argument, which takes all that is left, at least one text. */
-CLI::Option* addRest(CLI::App& verb, const std::string& name, std::vector<std::string>& texts,
-                     const std::string& help);
-/** Adds an option that is a number. */
-CLI::Option* addInteger(CLI::App& verb, const std::string& name, std::optional<int>& number,
-                        const std::string& help);
-
-/** A decimal number of 32 bits. Throws a Failure of usage. */
-[[nodiscard]] int parseInteger(const std::string& text);
 
 /** Throws a Failure of usage unless @p text, which is @p what, can be stored as it is among the
  *  contents: in UTF-8, and without NUL. */

@@ -32,8 +32,7 @@ ReportUuid idOf(const CreateOptions& options) {
   if (options.id.empty()) {
     id.randomize();
   } else if (!id.parse(options.id.c_str())) {
-    throw Failure(ExitStatus::Usage, "\"" + escaped(options.id) +
-                                         "\" is not an identifier such as " +
+    throw Failure(ExitStatus::Usage, inQuotes(options.id) + " is not an identifier such as " +
                                          "8c5f2e1a-3b7d-4f60-9a1e-d2c4b6a80f13");
   }
   return id;
@@ -96,7 +95,7 @@ void addCreate(CLI::App& program, Context& context) {
       "\n"
       "The root directory is created when it is missing.\n",
       create);
-  addText(*verb.app, "--id", verb->id, "Its identifier, instead of a random one")
+  addWord(*verb.app, "--id", verb->id, "Its identifier, instead of a random one")
       ->type_name("UUID");
   addInteger(*verb.app, "--app", verb->app, "The application that reports (default: 0)");
   addInteger(*verb.app, "--build", verb->build, "The application's build (default: 0)");

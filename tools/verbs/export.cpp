@@ -12,6 +12,7 @@
 #include "reports/repository.h"
 #include "reports/storedfile.h"
 #include "verbs/archive.h"
+#include "verbs/argument.h"
 #include "verbs/protectedfiles.h"
 #include "verbs/verb.h"
 
@@ -80,9 +81,7 @@ class Exporter {
     entry_ = Json::Value(Json::objectValue);
     entry_["id"] = before.name;
     entry_["stage"] = before.stageText();
-    entry_["modified"] = before.metadata.modified
-                             ? Json::Value(timeText(*before.metadata.modified, true))
-                             : Json::Value();
+    entry_["modified"] = jsonTime(before.metadata.modified, true);
     entry_["permitted_level"] = before.metadata.permittedLevel();
     entry_["members"] = Json::Value(Json::arrayValue);
     entry_["left_out"] = Json::Value(Json::arrayValue);
@@ -226,7 +225,7 @@ class Exporter {
   }
 
   static std::string whatOf(const StoredReport& report, const Wanted& wanted) {
-    return report.name + ": \"" + escaped(wanted.property->stable_id) + "\" at level " +
+    return report.name + ": " + inQuotes(wanted.property->stable_id) + " at level " +
            std::to_string(wanted.variation->sensitivity_level);
   }
 
@@ -241,8 +240,8 @@ class Exporter {
 ExitStatus exportReports(const Context& context, const ExportOptions& options) {
   const std::optional<ArchiveFormat> format = archiveFormatOf(options.output);
   if (!format) {
-    throw Failure(ExitStatus::Usage, "\"" + escaped(options.output.native()) +
-                                         "\" does not end in .tar.zst, .tar.gz, .tgz or .zip");
+    throw Failure(ExitStatus::Usage, inQuotes(options.output.native()) +
+                                         " does not end in .tar.zst, .tar.gz, .tgz or .zip");
   }
   const std::vector<std::string> names = resolveNames(context.root, options.ids);
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(options.waitMs);
@@ -284,9 +283,8 @@ void addExport(CLI::App& program, Context& context) {
       exportReports);
   verb.app->add_option("ID", verb->ids, "The reports: identifiers, or beginnings of them")
       ->required();
-  verb.app
-      ->add_option("-o,--output", verb->output,
-                   "The archive: a name that ends in .tar.zst, .tar.gz, .tgz or .zip")
+  addWord(*verb.app, "-o,--output", verb->output,
+          "The archive: a name that ends in .tar.zst, .tar.gz, .tgz or .zip")
       ->type_name("FILE")
       ->required();
   verb.app->add_flag("--all-levels", verb->allLevels,

@@ -25,8 +25,8 @@ void requireStoredFile(const Context& context, const DiagnosticReport& report,
   const StoredReport stored = readReport(context.root, report.getId().toString(), LockTable());
   const FileState state = lookAtFile(stored, variation).state;
   if (state != FileState::Present) {
-    throw Failure(ExitStatus::Damage, "the file \"" + escaped(pathInReport(stored, variation)) +
-                                          "\" is " + nameOf(state));
+    throw Failure(ExitStatus::Damage,
+                  "the file " + inQuotes(pathInReport(stored, variation)) + " is " + nameOf(state));
   }
 }
 

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "reports/repository.h"
 #include "reports/stage.h"
+#include "verbs/argument.h"
 #include "verbs/verb.h"
 
 #include <cstddef>
@@ -97,8 +98,7 @@ void printTable(const std::vector<StoredReport>& reports, const std::vector<std:
 Json::Value describe(const StoredReport& report, std::uint64_t size, bool utc) {
   Json::Value value(Json::objectValue);
   value["id"] = report.name;
-  value["created"] =
-      report.metadata.created ? timeText(*report.metadata.created, utc) : Json::Value();
+  value["created"] = jsonTime(report.metadata.created, utc);
   value["stage"] = report.stageText();
   value["app"] = orNull(report.metadata.appId);
   value["process"] = orNull(report.metadata.processName);
@@ -137,16 +137,12 @@ void addList(CLI::App& program, Context& context) {
                                          "  kelp-diagnostics list -n 10 --stage awaiting-upload\n"
                                          "  kelp-diagnostics list --since 7d --json\n",
                                          list);
-  verb.app->add_option("-n", verb->limit, "At most so many")
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("COUNT");
-  verb.app->add_option("--stage", verb->stage, "Only those that are at this stage")
-      ->check(CLI::IsMember(allStageTexts()))
+  addCount(*verb.app, "-n", verb->limit, 0, "At most so many");
+  addChoice(*verb.app, "--stage", verb->stage, allStageTexts(), "Only those at this stage")
       ->type_name("STAGE");
-  verb.app->add_option("--app", verb->app, "Only those of this application")->type_name("APP");
-  verb.app->add_option("--since", verb->since, "Only those created then or later")
-      ->type_name("TIME");
-  verb.app->add_option("--until", verb->until, "Only those created then or earlier")
+  addInteger(*verb.app, "--app", verb->app, "Only those of this application")->type_name("APP");
+  addWord(*verb.app, "--since", verb->since, "Only those created then or later")->type_name("TIME");
+  addWord(*verb.app, "--until", verb->until, "Only those created then or earlier")
       ->type_name("TIME");
   verb.app->add_flag("--no-legend", verb->noLegend, "No headings");
   addJson(*verb.app, context);

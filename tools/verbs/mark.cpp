@@ -55,8 +55,7 @@ void addMark(CLI::App& program, Context& context) {
       "applied; \"apply-policy\" applies it.\n",
       mark);
   addChange(*verb.app, verb->change);
-  verb.app->add_option("STAGE", verb->stage, "What is complete")
-      ->check(CLI::IsMember(markNames()))
+  addChoice(*verb.app, "STAGE", verb->stage, markNames(), "What is complete")
       ->type_name("STAGE")
       ->required();
 }

@@ -3,17 +3,22 @@
 #include "base/log.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "verbs/argument.h"
+#include "verbs/commandline.h"
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <algorithm>
+#include <filesystem>
 #include <sstream>
+#include <string>
 #include <vector>
 
 namespace KELP::Tool {
 namespace {
 
 constexpr const char* kSummary = "Look at and keep a repository of diagnostic reports";
+
+constexpr const char* kRootVariable = "KELP_DIAGNOSTICS_ROOT";
 
 constexpr const char* kExamples =
     "Examples:\n"
@@ -24,42 +29,20 @@ constexpr const char* kExamples =
     "\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage, 3 not found, 4 in use, 5 damage found.\n";
 
-/** In front of an argument such as "[a,b]", which would be taken for a list. */
-constexpr char kMark = '\x1f';
-
-std::string marked(std::string argument) {
-  const bool isListLike = !argument.empty() && argument.front() == '[' && argument.back() == ']';
-  if (isListLike || argument.starts_with(kMark)) {
-    argument.insert(argument.begin(), kMark);
-  }
-  return argument;
-}
-
-/** The arguments in the order in which the parser wants them, the last first. */
-std::vector<std::string> markedArguments(int argc, const char* const* argv) {
-  std::vector<std::string> arguments;
-  for (int at = argc - 1; at > 0; --at) {
-    arguments.push_back(marked(argv[at]));
-  }
-  return arguments;
-}
-
-/** Lets every option of @p app and its subcommands take its arguments as they were given. */
-void takeMarksOff(CLI::App& app) {
-  std::vector<CLI::App*> left{&app};
+/** Sets what all options of @p program and its verbs have in common. */
+void prepareOptions(CLI::App& program) {
+  std::vector<CLI::App*> left{&program};
   while (!left.empty()) {
-    CLI::App* const next = left.back();
+    CLI::App* const app = left.back();
     left.pop_back();
-    for (CLI::Option* const option : next->get_options()) {
-      option->transform(CLI::Validator(
-          [](std::string& argument) {
-            argument.erase(0, argument.starts_with(kMark) ? 1 : 0);
-            return std::string();
-          },
-          ""));
+    for (CLI::Option* const option : app->get_options()) {
+      takeMarkOff(*option);
+      if (option->nonpositional() && option->get_items_expected_max() == 1) {
+        option->take_last();  // An alias may have given the others.
+      }
     }
-    for (CLI::App* const subcommand : next->get_subcommands(nullptr)) {
-      left.push_back(subcommand);
+    for (CLI::App* const verb : app->get_subcommands(nullptr)) {
+      left.push_back(verb);
     }
   }
 }
@@ -70,6 +53,10 @@ constexpr void (*kVerbs[])(CLI::App&, Context&) = {
     addExport,    addRemove, addPrune, addCheck,       addStats,
 };
 
+[[noreturn]] void failAsUsage(const std::string& message) {
+  throw Failure(ExitStatus::Usage, message + "\nRun with --help for more information.");
+}
+
 }  // namespace
 
 std::unique_ptr<CLI::App> makeProgram(Context& context) {
@@ -77,36 +64,38 @@ std::unique_ptr<CLI::App> makeProgram(Context& context) {
   program->footer(kExamples);
   program->require_subcommand(1);
   program->set_help_all_flag("--help-all", "Print the help of all verbs and exit");
-  program->add_option("-C", context.root, "The directory of all reports")
+  program->set_version_flag("--version", "kelp-diagnostics " KELP_VERSION,
+                            "Print the version and exit");
+  addWord(*program, "-C", context.root, "The directory of all reports")
       ->type_name("ROOT")
-      ->envname("KELP_DIAGNOSTICS_ROOT")
-      ->required();
+      ->envname(kRootVariable);
   program->add_flag("-v,--verbose", context.verbose,
                     "Print what the library logs on the standard error");
   for (const auto add : kVerbs) {
     add(*program, context);
   }
-  takeMarksOff(*program);
+  prepareOptions(*program);
   return program;
 }
 
 ExitStatus runProgram(int argc, const char* const* argv) {
   Context context;
   const std::unique_ptr<CLI::App> program = makeProgram(context);
+  const CommandLine line(*program, argc, argv);
   try {
-    program->parse(markedArguments(argc, argv));
+    program->parse(line.argumentsForParser());
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     std::ostringstream complaint;
-    const bool isHelp = program->exit(error, out, complaint) == 0;
-    print(out.str());
-    if (isHelp) {
-      return ExitStatus::Done;
+    if (program->exit(error, out, complaint) != 0) {
+      const std::string aboutVerb = line.complaintAboutVerb();
+      failAsUsage(aboutVerb.empty() ? escaped(withoutMarks(error.what())) : aboutVerb);
     }
-    std::string text = complaint.str();
-    text.erase(text.find_last_not_of('\n') + 1);
-    text.erase(std::remove(text.begin(), text.end(), kMark), text.end());
-    throw Failure(ExitStatus::Usage, escapedLines(text));
+    print(out.str());
+    return ExitStatus::Done;
+  }
+  if (context.root.empty()) {
+    failAsUsage(std::string("no repository is named: give -C ROOT, or set ") + kRootVariable);
   }
   context.root = std::filesystem::absolute(context.root);
   redirectLog(context.verbose);

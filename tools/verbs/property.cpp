@@ -1,7 +1,9 @@
+#include "base/json.h"
 #include "base/output.h"
 #include "base/text.h"
 #include "reports/access.h"
 #include "reports/contents.h"
+#include "reports/describe.h"
 #include "verbs/change.h"
 
 #include <set>
@@ -41,12 +43,19 @@ ExitStatus add(const Context& context, const PropertyOptions& options) {
 
 struct ListOptions {
   std::string id;
+  bool null = false;
 };
 
 ExitStatus list(const Context& context, const ListOptions& options) {
   const StoredReport report = findSoundReport(context.root, options.id);
+  if (context.json) {
+    Json::Value document = jsonDocument("properties");
+    document["properties"] = describeReport(report, {})["contents"];
+    printJson(document);
+    return ExitStatus::Done;
+  }
   for (const Property& property : report.metadata.contents.value_or(std::vector<Property>())) {
-    print(escaped(property.stable_id) + "\n");
+    print(options.null ? property.stable_id + '\0' : escaped(property.stable_id) + "\n");
   }
   return ExitStatus::Done;
 }
@@ -74,8 +83,8 @@ void addAdd(CLI::App& property, Context& context) {
       add);
   addChange(*verb.app, verb->change);
   addName(*verb.app, verb->name);
-  verb.app->add_option("TYPE", verb->type, "What its variations hold")
-      ->check(CLI::IsMember({"file", "string", "integer", "double", "boolean"}))
+  addChoice(*verb.app, "TYPE", verb->type, {"file", "string", "integer", "double", "boolean"},
+            "What its variations hold")
       ->type_name("TYPE")
       ->required();
   addText(*verb.app, "--media-type", verb->mediaType, "What a file is, such as text/plain");
@@ -85,8 +94,17 @@ void addAdd(CLI::App& property, Context& context) {
 void addListing(CLI::App& property, Context& context) {
   const auto verb =
       addVerb<ListOptions>(property, context, "list", "Print the names of a report's properties",
-                           "  kelp-diagnostics property list 3f2a\n", list);
+                           "  kelp-diagnostics property list 3f2a\n"
+                           "  kelp-diagnostics property list -0 3f2a | xargs -0 -n 1 "
+                           "kelp-diagnostics cat 3f2a\n"
+                           "\n"
+                           "On lines, control characters and backslashes in names are escaped.\n",
+                           list);
   addId(*verb.app, verb->id);
+  CLI::Option* const null =
+      verb.app->add_flag("-0,--null", verb->null, "Names as they are, and NUL behind each");
+  verb.app->add_flag("--json", context.json, "Print one JSON document, with all but hidden values")
+      ->excludes(null);
 }
 
 void addRemoval(CLI::App& property, Context& context) {
@@ -114,6 +132,10 @@ void addProperty(CLI::App& program, Context& context) {
   CLI::App* const property =
       program.add_subcommand("property", "Add, list, remove and tag content properties");
   property->require_subcommand(1);
+  property->footer(
+      "Examples:\n"
+      "  kelp-diagnostics property list 3f2a\n"
+      "  kelp-diagnostics property add 3f2a restarts integer\n");
   addAdd(*property, context);
   addListing(*property, context);
   addRemoval(*property, context);

@@ -8,6 +8,7 @@
 #include "reports/removal.h"
 #include "reports/repository.h"
 #include "reports/stage.h"
+#include "verbs/argument.h"
 #include "verbs/verb.h"
 
 #include <array>
@@ -114,7 +115,7 @@ class Account {
   void removed(const Candidate& candidate, const Limits::Breach& breach) {
     Json::Value entry(Json::objectValue);
     entry["id"] = candidate.report.name;
-    entry["created"] = timeText(*candidate.report.metadata.created, context_.utc);
+    entry["created"] = jsonTime(candidate.report.metadata.created, context_.utc);
     entry["size"] = static_cast<Json::UInt64>(candidate.size);
     entry["reason"] = breach.name;
     document_["removed"].append(entry);
@@ -327,14 +328,12 @@ constexpr const char* kHelp =
 void addPrune(CLI::App& program, Context& context) {
   const auto verb = addVerb<PruneOptions>(
       program, context, "prune", "Remove the oldest reports until limits are kept", kHelp, prune);
-  verb.app->add_option("--max-age", verb->maxAge, "Remove what was created longer ago, such as 7d")
+  addWord(*verb.app, "--max-age", verb->maxAge, "Remove what was created longer ago, such as 7d")
       ->type_name("SPAN");
-  verb.app->add_option("--max-count", verb->maxCount, "Remove until so many are left")
-      ->check(CLI::NonNegativeNumber)
+  addCount(*verb.app, "--max-count", verb->maxCount, 0, "Remove until so many are left")
       ->type_name("N");
-  verb.app
-      ->add_option("--max-size", verb->maxSize,
-                   "Remove until all files together are not larger, such as 500M")
+  addWord(*verb.app, "--max-size", verb->maxSize,
+          "Remove until all files together are not larger, such as 500M")
       ->type_name("SIZE");
   verb.app->add_flag("--uploaded-only", verb->uploadedOnly, "Only remove what has been uploaded");
   verb.app->add_flag("--dry-run", verb->dryRun, "Only say what would be removed");

@@ -2,6 +2,7 @@
 #include "base/json.h"
 #include "base/output.h"
 #include "base/progress.h"
+#include "base/question.h"
 #include "base/text.h"
 #include "reports/removal.h"
 #include "reports/repository.h"

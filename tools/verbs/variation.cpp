@@ -18,7 +18,7 @@ struct VariationOptions {
 };
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
-  throw Failure(ExitStatus::Usage, "\"" + escaped(text) + "\" is not " + wanted);
+  throw Failure(ExitStatus::Usage, inQuotes(text) + " is not " + wanted);
 }
 
 double parseDouble(const std::string& text) {
@@ -59,8 +59,8 @@ Variation parseVariation(const Property& property, int level, const std::string&
       throw Failure(ExitStatus::Usage, "the property \"" + escaped(property.stable_id) +
                                            R"(" holds files; see "attach")");
     case PropertyType::UNKNOWN:
-      throw Failure(ExitStatus::Failed, "the property \"" + escaped(property.stable_id) +
-                                            "\" is of no known type, and can hold nothing");
+      throw Failure(ExitStatus::Failed, "the property " + inQuotes(property.stable_id) +
+                                            " is of no known type, and can hold nothing");
   }
   return variation;
 }
@@ -128,6 +128,10 @@ void addVariation(CLI::App& program, Context& context) {
   CLI::App* const variation =
       program.add_subcommand("variation", "Add and remove the variations of content properties");
   variation->require_subcommand(1);
+  variation->footer(
+      "Examples:\n"
+      "  kelp-diagnostics variation add 3f2a restarts 0 17\n"
+      "  kelp-diagnostics variation remove 3f2a log 20\n");
   addAdd(*variation, context);
   addRemoval(*variation, context);
 }

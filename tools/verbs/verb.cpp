@@ -1,8 +1,17 @@
 #include "verbs/verb.h"
 
 #include "base/clock.h"
+#include "verbs/argument.h"
+
+#include <algorithm>
 
 namespace KELP::Tool {
+namespace {
+
+/** A year, in milliseconds: far from where additions to clocks overflow. */
+constexpr long kLongestWait = 365 * 86'400'000L;
+
+}  // namespace
 
 void addJson(CLI::App& verb, Context& context) {
   verb.add_flag("--json", context.json, "Print one JSON document");
@@ -18,9 +27,10 @@ void addId(CLI::App& verb, std::string& id) {
 }
 
 void addWait(CLI::App& verb, long& waitMs) {
-  verb.add_option_function<std::string>(
-          "--wait", [&waitMs](const std::string& span) { waitMs = parseSpan(span) * 1000; },
-          "How long to wait for a report that is in use, such as 5s")
+  addValue(
+      verb, "--wait",
+      [&waitMs](const std::string& span) { waitMs = std::min(parseWait(span), kLongestWait); },
+      "How long to wait for a report that is in use, such as 5s")
       ->type_name("SPAN");
 }
 

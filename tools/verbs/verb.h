@@ -14,8 +14,9 @@
  * named here, that adds it to the program:
  *
  *     void addList(CLI::App& program, Context& context) {
- *       auto& options = addVerb<ListOptions>(program, context, "list", "Lists the reports", run);
- *       options.app->add_option("-n", options->limit, "…");
+ *       const auto verb = addVerb<ListOptions>(program, context, "list", "List the reports",
+ *                                              "  kelp-diagnostics list\n", list);
+ *       addCount(*verb.app, "-n", verb->limit, 0, "At most so many");
  *     }
  */
 namespace KELP::Tool {
@@ -61,12 +62,12 @@ Verb<Options> addVerb(CLI::App& program, Context& context, const std::string& na
 
 /** Adds the option --json to a verb that can print a document. */
 void addJson(CLI::App& verb, Context& context);
-/** Adds --utc and --local to a verb that prints or takes times. */
+/** Adds --utc to a verb that prints or takes times. */
 void addUtc(CLI::App& verb, Context& context);
 /** Adds the argument ID. */
 void addId(CLI::App& verb, std::string& id);
 /** Adds the option --wait SPAN: how long to wait for a report that is in use. @p waitMs is in
- *  milliseconds, 0 at first. */
+ *  milliseconds, 0 at first, a year at most. */
 void addWait(CLI::App& verb, long& waitMs);
 
 void addList(CLI::App& program, Context& context);

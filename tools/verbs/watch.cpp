@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "reports/follower.h"
 #include "reports/repository.h"
+#include "verbs/argument.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -115,8 +116,7 @@ std::vector<std::string> prefixesOf(const std::vector<std::string>& ids) {
       id[at] = static_cast<char>(std::tolower(letter));
     }
     if (!isBeginning) {
-      throw Failure(ExitStatus::Usage,
-                    "\"" + escaped(id) + "\" is not the beginning of an identifier");
+      throw Failure(ExitStatus::Usage, inQuotes(id) + " is not the beginning of an identifier");
     }
     prefixes.push_back(std::move(id));
   }
@@ -175,10 +175,8 @@ void addWatch(CLI::App& program, Context& context) {
                        "Only these: identifiers, or beginnings of them; they may not exist yet");
   verb.app->add_flag("--no-existing", verb->noExisting,
                      "Leave out the reports that are there at the start");
-  verb.app->add_option("-n", verb->limit, "End after so many events")
-      ->check(CLI::PositiveNumber)
-      ->type_name("COUNT");
-  addJson(*verb.app, context);
+  addCount(*verb.app, "-n", verb->limit, 1, "End after so many events");
+  verb.app->add_flag("--json", context.json, "Print one JSON document on each line");
   addUtc(*verb.app, context);
 }
 

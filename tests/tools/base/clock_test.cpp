@@ -3,13 +3,16 @@
 #include "base/clock.h"
 
 #include "base/failure.h"
+#include "base/json.h"
 
 #include <gmock/gmock.h>
 #include <stdlib.h>
 #include <time.h>
 
 #include <limits>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace KELP::Tool {
 namespace {
@@ -42,11 +45,37 @@ TEST_F(ClockTest, WritesTheLocalZone) {
   EXPECT_EQ(timeText(kNoon, false), "2026-03-01T08:30:00-03:30");
 }
 
-TEST_F(ClockTest, WritesATimeBeyondAllCalendarsAsANumber) {
-  constexpr long kLast = std::numeric_limits<long>::max();
-  EXPECT_EQ(timeText(kLast, true), std::to_string(kLast));
-  EXPECT_EQ(timeText(std::numeric_limits<long>::min(), false),
-            std::to_string(std::numeric_limits<long>::min()));
+constexpr long kFirst = -62'167'219'200;  // 0000-01-01T00:00:00Z
+constexpr long kLast = 253'402'300'799;   // 9999-12-31T23:59:59Z
+
+TEST_F(ClockTest, WritesEveryYearOfTheForm) {
+  EXPECT_EQ(timeText(kFirst, true), "0000-01-01T00:00:00Z");
+  EXPECT_EQ(timeText(-46'388'678'400, true), "0500-01-01T00:00:00Z");
+  EXPECT_EQ(timeText(kLast, true), "9999-12-31T23:59:59Z");
+  EXPECT_EQ(calendarText(kFirst, true), "0000-01-01T00:00:00Z");
+  EXPECT_EQ(calendarText(kLast, false), "9999-12-31T23:59:59+00:00");
+}
+
+TEST_F(ClockTest, WritesATimeThatTheFormHasNotAsANumber) {
+  for (const long time : {kFirst - 1, kLast + 1, std::numeric_limits<long>::min(),
+                          std::numeric_limits<long>::max()}) {
+    for (const bool utc : {false, true}) {
+      EXPECT_EQ(timeText(time, utc), std::to_string(time));
+      EXPECT_EQ(calendarText(time, utc), std::nullopt);
+      EXPECT_EQ(jsonTime(time, utc), Json::Value());
+    }
+  }
+}
+
+TEST_F(ClockTest, JudgesTheYearByTheZoneThatItWrites) {
+  setZone("XXX-01:00");
+  EXPECT_EQ(calendarText(kLast, false), std::nullopt);
+  EXPECT_EQ(calendarText(kFirst - 1, false), "0000-01-01T00:59:59+01:00");
+}
+
+TEST_F(ClockTest, IsATextOrNullInADocument) {
+  EXPECT_EQ(jsonTime(kNoon, true), Json::Value("2026-03-01T12:00:00Z"));
+  EXPECT_EQ(jsonTime(std::nullopt, true), Json::Value());
 }
 
 TEST_F(ClockTest, WritesSpansInTheUnitThatSaysMost) {
@@ -77,6 +106,17 @@ TEST_F(ClockTest, RefusesWhatIsNoSpan) {
       EXPECT_EQ(failure.status(), ExitStatus::Usage);
       EXPECT_EQ(failure.what(), "\"" + text + "\" is not a span of time such as 90s, 12h or 7d");
     }
+  }
+}
+
+TEST_F(ClockTest, ReadsHowLongToWait) {
+  const std::pair<const char*, long> spans[] = {{"0s", 0},    {"0ms", 0},      {"250ms", 250},
+                                                {"5s", 5000}, {"5m", 300'000}, {"1h", 3'600'000}};
+  for (const auto& [text, milliseconds] : spans) {
+    EXPECT_EQ(parseWait(text), milliseconds) << text;
+  }
+  for (const std::string text : {"", "ms", "-1ms", "5 ms", "5sms", "5MS", "1.5ms", "5mms"}) {
+    EXPECT_THROW(static_cast<void>(parseWait(text)), Failure) << text;
   }
 }
 
@@ -119,11 +159,28 @@ TEST_F(ClockTest, ReadsTimesFromNow) {
 }
 
 TEST_F(ClockTest, RefusesWhatIsNoTime) {
-  for (const std::string text :
-       {"", "yesterday", "2026", "2026-3-1", "2026-02-29", "2026-13-01", "2026-00-10", "2026-01-00",
-        "2026-03-01T24:00:00Z", "2026-03-01T12:60:00Z", "2026-03-01T12:00:61Z", "2026-03-01T12",
-        "2026-03-01Z", "2026-03-01T12:00:00+1:00", "2026-03-01T12:00:00+24:00",
-        "2026-03-01T12:00:00+01:60", "2026-03-01T12:00:00Zx", "1700000000"}) {
+  const std::string digits(120'000, '1');
+  for (const std::string& text : std::vector<std::string>{digits,
+                                                          "2026-03-01T12:00:00." + digits + "Z",
+                                                          digits + "d",
+                                                          "",
+                                                          "yesterday",
+                                                          "2026",
+                                                          "2026-3-1",
+                                                          "2026-02-29",
+                                                          "2026-13-01",
+                                                          "2026-00-10",
+                                                          "2026-01-00",
+                                                          "2026-03-01T24:00:00Z",
+                                                          "2026-03-01T12:60:00Z",
+                                                          "2026-03-01T12:00:61Z",
+                                                          "2026-03-01T12",
+                                                          "2026-03-01Z",
+                                                          "2026-03-01T12:00:00+1:00",
+                                                          "2026-03-01T12:00:00+24:00",
+                                                          "2026-03-01T12:00:00+01:60",
+                                                          "2026-03-01T12:00:00Zx",
+                                                          "1700000000"}) {
     try {
       const long time = parseTime(text, true);
       ADD_FAILURE() << text << " was taken as " << time;

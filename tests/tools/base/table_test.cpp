@@ -19,6 +19,7 @@ class TableTest : public testing::Test {
   static std::string printed(const Table& table, bool withHeadings) {
     testing::internal::CaptureStdout();
     table.print(withHeadings);
+    flushOutput();
     return testing::internal::GetCapturedStdout();
   }
 };

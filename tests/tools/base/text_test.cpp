@@ -190,6 +190,18 @@ TEST(ParseSize, TakesPowersOf1024) {
       {"2G", 2ULL << 30U},
       {"1T", 1ULL << 40U},
       {"8191P", 8191ULL << 50U},
+      {"0.0", 0},
+      {"0K", 0},
+      {"0.5", 1},
+      {"0.001K", 1},
+      {"7b", 7},
+      {"10k", 10 * 1024},
+      {"10kib", 10 * 1024},
+      {"3m", 3 << 20},
+      {"3MIB", 3 << 20},
+      {"2g", 2ULL << 30U},
+      {"1t", 1ULL << 40U},
+      {"1tib", 1ULL << 40U},
   };
   for (const auto& [text, bytes] : sizes) {
     EXPECT_EQ(parseSize(text), bytes) << text;
@@ -197,8 +209,10 @@ TEST(ParseSize, TakesPowersOf1024) {
 }
 
 TEST(ParseSize, RefusesEverythingElse) {
-  for (const std::string text : {"", "K", "-1", "+1", " 1", "1X", "1KB", "1k", "0x10", "1KiBs",
-                                 "nan", "inf", "8192P", "1e30", "1 2"}) {
+  for (const std::string text :
+       {"",     "K",    "-1",    "+1",  " 1",      "1X",    "1KB",      "1kb",
+        "1ki",  "0x10", "1KiBs", "nan", "inf",     "8192P", "1e30",     "1 2",
+        "1e-5", "1E3",  "1e3K",  "0.4", "0.0001K", "1,5M",  "infinity", "1.2.3"}) {
     try {
       const std::uint64_t size = parseSize(text);
       ADD_FAILURE() << text << " was taken as " << size;

@@ -93,8 +93,11 @@ TEST_F(AttachTest, LeavesNoPropertyOfAFileThatWasNotCopied) {
 }
 
 TEST_F(AttachTest, RefusesNamesThatLeadToAnotherPlace) {
+  refuse({"attach", id_, "log", "0", source_, "--name", ""}, 2, "--name must not be empty");
+  refuse({"property", "add", id_, "", "file"}, 2,
+         "the name of a property of files \"\" cannot be that of a file");
   for (const std::string name :
-       {"", ".", "..", "/", "a/", "/a", "../x", "../../../metadata.db", "../../../lock"}) {
+       {".", "..", "/", "a/", "/a", "../x", "../../../metadata.db", "../../../lock"}) {
     refuse({"attach", id_, "log", "0", source_, "--name", name}, 2,
            "the name of the file \"" + name + "\" cannot be that of a file");
     refuse({"attach", id_, name, "0", source_, "--create"}, 2,

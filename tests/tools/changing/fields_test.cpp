@@ -108,9 +108,8 @@ TEST_F(FieldsTest, MarksTheStagesInTheirOrder) {
 
 TEST_F(FieldsTest, KnowsNoOtherStage) {
   refuse({"mark", id_, "\033[2Jdone"}, 2,
-         "STAGE: \\x1b[2Jdone not in "
-         "{creation,user-interaction,data-collection,data-policy,upload}\n"
-         "Run with --help or --help-all for more information.");
+         "\"\\x1b[2Jdone\" is not one of creation, user-interaction, data-collection, data-policy, "
+         "upload");
 }
 
 }  // namespace

@@ -59,8 +59,8 @@ TEST_F(FilterTest, HandsArgumentsOnAsTheyAre) {
 
 TEST_F(FilterTest, TakesFilesOfAnySize) {
   std::string content;
-  for (int line = 0; content.size() < 5'000'000; ++line) {
-    content += std::to_string(line * 7919) + '\0';
+  for (unsigned line = 0; content.size() < 5'000'000; ++line) {
+    content += std::to_string(line * 7919U) + '\0';
   }
   store(content);
   perform(filter({"cat"}));

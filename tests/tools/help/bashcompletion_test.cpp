@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,13 @@ using testing::UnorderedElementsAre;
 class BashCompletion : public CompletionTest {
  protected:
   [[nodiscard]] std::vector<std::string> offered(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"kelp-diagnostics", "-C", repository_.root()});
+    words.insert(words.begin(), {"-C", repository_.root()});
+    return offeredAnywhere(words);
+  }
+
+  /** The same without -C in front. */
+  [[nodiscard]] static std::vector<std::string> offeredAnywhere(std::vector<std::string> words) {
+    words.insert(words.begin(), "kelp-diagnostics");
     std::vector<std::string> command{
         "bash", "-c",
         // Outside of an interactive shell there is nothing for compopt to change.
@@ -65,6 +72,66 @@ TEST_F(BashCompletion, OffersWhatAnArgumentMayBe) {
   EXPECT_THAT(offered({"property", "add", kOne, "name", "bo"}), ElementsAre("boolean"));
   EXPECT_THAT(offered({"attach", kOne, "name", "0", "/et"}), Contains("/etc"));
   EXPECT_THAT(offered({"filter", kOne, "name", "0", "--", "gre"}), Contains("grep"));
+}
+
+TEST_F(BashCompletion, OffersTheValuesOfAttachedOptions) {
+  EXPECT_THAT(offered({"list", "--stage=awaiting-c"}), ElementsAre("--stage=awaiting-consent"));
+  EXPECT_THAT(offered({"export", kOne, "--output=/et"}), Contains("--output=/etc"));
+  EXPECT_THAT(offered({"list", "--utc=a"}), IsEmpty());
+}
+
+TEST_F(BashCompletion, OffersTheValuesOfOptionsThatReadlineTookApart) {
+  EXPECT_THAT(offered({"list", "--stage", "=", "awaiting-c"}), ElementsAre("awaiting-consent"));
+  EXPECT_THAT(offered({"list", "--stage", "="}), IsSupersetOf({"creating", "uploaded"}));
+}
+
+TEST_F(BashCompletion, CountsArgumentsBehindAttachedValues) {
+  EXPECT_THAT(offered({"cat", "--level=10", kOne, "p"}), ElementsAre("plain"));
+  EXPECT_THAT(offered({"cat", "--level", "=", "10", kOne, "p"}), ElementsAre("plain"));
+  EXPECT_THAT(offered({"mark", "--wait=5s", kOne, "cr"}), ElementsAre("creation"));
+}
+
+TEST_F(BashCompletion, TakesNamesTogetherThatReadlineTookApart) {
+  addProperty("a:bc");
+  EXPECT_THAT(offered({"cat", kOne, "a", ":", "b"}), ElementsAre("bc"));
+  EXPECT_THAT(offered({"cat", kOne, "a", ":"}), ElementsAre("bc"));
+  EXPECT_THAT(offered({"attach", kOne, "a", ":", "bc", "0", "/et"}), Contains("/etc"));
+}
+
+TEST_F(BashCompletion, OffersNoOptionsBehindTwoHyphens) {
+  addProperty("--json-like");
+  EXPECT_THAT(offered({"cat", kOne, "--", "--"}), ElementsAre("--json-like"));
+  EXPECT_THAT(offered({"cat", "--", "--level", ""}), IsEmpty());
+  EXPECT_THAT(offered({"filter", kOne, "log", "0", "--", "sh", "--"}), Not(Contains("--wait")));
+}
+
+TEST_F(BashCompletion, UnderstandsTheRootInEveryForm) {
+  const std::filesystem::path link = directory_.path() / "with 'space' $HOME";
+  std::filesystem::create_directory_symlink(repository_.root(), link);
+  const std::string folder = directory_.path().native();
+  for (const std::string& root :
+       {"\"" + folder + "/with 'space' \\$HOME\"", "'" + folder + "/with '\\''space'\\'' $HOME'",
+        folder + "/with\\ \\'space\\'\\ \\$HOME"}) {
+    EXPECT_THAT(offeredAnywhere({"-C", root, "show", "2"}), ElementsAre(kTwo)) << root;
+    EXPECT_THAT(offeredAnywhere({"-C" + root, "show", "2"}), ElementsAre(kTwo)) << root;
+  }
+  EXPECT_THAT(offeredAnywhere({"-C" + repository_.root().native(), "show", "2"}),
+              ElementsAre(kTwo));
+}
+
+TEST_F(BashCompletion, ExecutesNothingThatIsTyped) {
+  const std::filesystem::path trace = directory_.path() / "trace";
+  EXPECT_THAT(offeredAnywhere({"-C", "$(touch " + trace.native() + ")", "show", ""}), IsEmpty());
+  EXPECT_THAT(offered({"cat", "`touch " + trace.native() + "`", ""}), IsEmpty());
+  EXPECT_FALSE(std::filesystem::exists(trace));
+}
+
+TEST_F(BashCompletion, OffersNamesWithBackslashesAndNewlines) {
+  addProperty("x\\y");
+  addProperty("x\nz");
+  EXPECT_THAT(offered({"cat", kOne, "x"}), UnorderedElementsAre("x\\\\y", "$'x\\nz'"));
+  EXPECT_THAT(offered({"cat", kOne, "x\\\\"}), ElementsAre("x\\\\y"));
+  EXPECT_THAT(offered({"cat", kOne, "with\\ s"}), ElementsAre("with\\ space"));
 }
 
 }  // namespace

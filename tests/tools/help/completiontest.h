@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 namespace KELP::Test {
 
 /** The completions offer what is in this repository: two reports, the first with two properties. */
@@ -19,7 +21,17 @@ class CompletionTest : public testing::Test {
     static_cast<void>(repository_.create(kTwo));
   }
 
+  /** Gives the first report one more property. */
+  void addProperty(const std::string& name) const {
+    Diagnostic::ReportUuid id;
+    id.parse(kOne);
+    const auto report = repository_.data().openReport(id);
+    EXPECT_TRUE(report->acquireWriteLock(false));
+    EXPECT_TRUE(report->createReportStringProperty(name, {}));
+  }
+
   Repository repository_;
+  TemporaryDirectory directory_;
 };
 
 }  // namespace KELP::Test

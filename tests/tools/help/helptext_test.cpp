@@ -53,6 +53,21 @@ TEST(ToolHelpText, OfTheProgramNamesEveryVerbAndTheExitStatuses) {
                         "damage found."));
 }
 
+TEST(ToolHelpText, OfAVerbWithASecondWordHasExamplesOfItsOwn) {
+  for (const std::string verb : {"property", "variation"}) {
+    const std::string help = runTool({verb, "--help"}).output;
+    const std::string examples = help.substr(help.find("Examples:"));
+    EXPECT_THAT(examples, HasSubstr("  kelp-diagnostics " + verb + " add "));
+    EXPECT_THAT(examples, Not(HasSubstr("watch")));
+  }
+}
+
+TEST(ToolHelpText, SaysWhatIsNeeded) {
+  EXPECT_THAT(runTool({"--help"}).output, HasSubstr("-C ROOT (Env:KELP_DIAGNOSTICS_ROOT)"));
+  EXPECT_THAT(runTool({"watch", "--help"}).output, HasSubstr("one JSON document on each line"));
+  EXPECT_THAT(runTool({"list", "--help"}).output, HasSubstr("awaiting-consent, awaiting-policy"));
+}
+
 TEST(ToolHelpText, PointsToItselfAfterWrongUsage) {
   for (const std::vector<std::string>& arguments :
        std::vector<std::vector<std::string>>{{},

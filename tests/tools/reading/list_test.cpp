@@ -231,6 +231,18 @@ TEST_F(ListTest, ShowsTimesThatNoCalendarHas) {
               ElementsAre(HasSubstr("  9223372036854775807  ")));
 }
 
+TEST_F(ListTest, HasNullForTimesThatTheFormHasNot) {
+  make(kFirst);
+  for (const char* const time : {"9223372036854775807", "-9223372036854775808", "253402300800"}) {
+    repository_.writeKey(kFirst, "created", time);
+    for (const Json::Value& report : {run({"list", "--json"}).json()["reports"][0],
+                                      run({"show", kFirst, "--json"}).json()["report"]}) {
+      EXPECT_TRUE(report.isMember("created"));
+      EXPECT_TRUE(report["created"].isNull()) << time;
+    }
+  }
+}
+
 class ListUsage : public ReadingTest,
                   public testing::WithParamInterface<std::vector<std::string>> {};
 

@@ -43,6 +43,7 @@ class ReadingVerb : public ReadingTest, public testing::WithParamInterface<Readi
       report->addReportStringVariation("note", 0, "value", false);
       addFile(*report, "log", "content", {10});
     }
+    repository_.writeKey(kFirst, "modified", "1000000000");  // Its age stays the same for a while.
     makeDamaged(kSecond);
     makeHalf(kThird);
   }

@@ -5,6 +5,7 @@
 #include <json/reader.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,7 +32,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 class Command {
  public:
   Command(const std::vector<std::string>& arguments, const ToolSetting& setting)
-      : texts_(arguments), directory_(setting.directory) {
+      : texts_(arguments),
+        directory_(setting.directory),
+        errors_(setting.errors),
+        isDetached_(setting.detached) {
     texts_.insert(texts_.begin(), toolPath());
     std::map<std::string, std::string> variables = setting.environment;
     variables.try_emplace("LC_ALL", "C.UTF-8");
@@ -51,6 +55,15 @@ class Command {
 
   /** In the child. */
   [[noreturn]] void execute() {
+    if (!errors_.empty()) {
+      ::dup2(::open(errors_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600),
+             STDERR_FILENO);
+    }
+    if (isDetached_) {
+      std::signal(SIGHUP, SIG_IGN);  // It comes from giving up the terminal.
+      ::ioctl(STDIN_FILENO, TIOCNOTTY);
+      std::signal(SIGHUP, SIG_DFL);
+    }
     if (directory_.empty() || ::chdir(directory_.c_str()) == 0) {
       ::execve(arguments_[0], arguments_.data(), variables_.data());
     }
@@ -63,6 +76,8 @@ class Command {
   std::vector<char*> arguments_;
   std::vector<char*> variables_;
   std::filesystem::path directory_;
+  std::filesystem::path errors_;
+  bool isDetached_;
 };
 
 /** A descriptor that is read from or written to until it is done; -1 then. */

@@ -29,6 +29,8 @@ struct ToolSetting {
   std::string awaited;  ///< The input only comes when this has been printed.
   std::map<std::string, std::string> environment;
   std::filesystem::path directory;  ///< Working directory; this one when empty.
+  std::filesystem::path errors;     ///< A file that gets the standard error, when not empty.
+  bool detached = false;            ///< Without a terminal of the process (/dev/tty).
 };
 
 /** The program's path. */

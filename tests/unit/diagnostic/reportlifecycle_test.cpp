@@ -103,8 +103,8 @@ TEST_F(ReportLifecycle, KeepsEveryConsentLevelAsGiven) {
     EXPECT_THAT(report_->setCurrentConsentLevel(level), Succeeds());
     EXPECT_EQ(report_->getCurrentConsentLevel(), level);
     EXPECT_EQ(stored("current_consent_level"), std::to_string(level));
-    EXPECT_THAT(report_->setMaxConsentLevel(-level / 2), Succeeds());
-    EXPECT_EQ(report_->getMaxConsentLevel(), -level / 2);
+    EXPECT_THAT(report_->setMaxConsentLevel(-(level / 2)), Succeeds());
+    EXPECT_EQ(report_->getMaxConsentLevel(), -(level / 2));
     EXPECT_EQ(report_->getCurrentConsentLevel(), level);
   }
 }

@@ -1,5 +1,6 @@
 // What the system may refuse when an observer is made: it says why, and is a dead one.
 
+#include "support/sanitizers.h"
 #include "unit/os/fileobserver/observertest.h"
 #include "unit/os/fileobserver/ownprocess.h"
 #include "unit/os/fileobserver/systemcalls.h"
@@ -135,9 +136,9 @@ class DescriptorsLeft {
 class FileObserverWithFewDescriptors : public FileObserverConstruction {
  protected:
   void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer of undefined behaviour needs descriptors itself";
-#endif
+    if (kIsSanitized) {
+      GTEST_SKIP() << "the sanitizer of undefined behaviour needs descriptors itself";
+    }
   }
 };
 
