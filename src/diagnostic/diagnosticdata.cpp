@@ -1,4 +1,5 @@
 #include "diagnostic/failure.h"
+#include "diagnostic/removefiles.h"
 
 #include <diagnostic/diagnosticdata.h>
 
@@ -47,7 +48,7 @@ Result removeRemains(const fs::path& directory) {
   }
   std::error_code code;
   if (isEmpty(directory)) {
-    fs::remove_all(directory, code);
+    code = removeReportDirectory(directory);
     if (code) {
       return fail(code, "Failed to remove empty report");
     }
@@ -62,7 +63,7 @@ Result removeRemains(const fs::path& directory) {
     }
   }
   if (isThere(directory)) {
-    fs::remove_all(directory, code);
+    code = removeReportDirectory(directory);
     if (code) {
       return fail(code, "Failed to remove metadata file from report while force deleting");
     }

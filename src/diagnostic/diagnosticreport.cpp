@@ -1,3 +1,4 @@
+#include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
 #include "os/filedescriptor.h"
 
@@ -194,9 +195,7 @@ DiagnosticReport::Result DiagnosticReport::deleteReport() {
   store_.reset();
   id_ = ReportUuid();
 
-  std::error_code code;
-  fs::remove_all(*directory, code);
-  if (code) {
+  if (const std::error_code code = removeReportDirectory(*directory)) {
     return fail(code, "Encountered errors while removing report files",
                 "Encountered errors while removing report files: %s", code.message().c_str());
   }

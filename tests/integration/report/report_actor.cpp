@@ -12,6 +12,7 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -78,6 +79,16 @@ class ReportActor {
     return made;
   }
 
+  /** Lists all reports, again and again. @return how many it saw. */
+  std::string listFor(std::chrono::milliseconds duration) {
+    const auto end = std::chrono::steady_clock::now() + duration;
+    std::size_t seen = 0;
+    while (std::chrono::steady_clock::now() < end) {
+      seen += repository_.getAllReportUuids().size();
+    }
+    return std::to_string(seen);
+  }
+
   DiagnosticData repository_;
   std::unique_ptr<Report> report_;
 
@@ -106,6 +117,8 @@ class ReportActor {
       {"delete", [this](Arguments&) { return answer(report_->deleteReport()); }},
       {"repository-delete",
        [this](Arguments& a) { return answer(repository_.deleteReport(nextId(a), false)); }},
+      {"list-for",
+       [this](Arguments& a) { return listFor(std::chrono::milliseconds(next<int>(a))); }},
       {"start-sleeper", [](Arguments&) { return startSleeper(); }},
       {"race",
        [this](Arguments& a) {

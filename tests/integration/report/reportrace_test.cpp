@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <memory>
 #include <set>
@@ -92,6 +93,32 @@ TEST_F(ReportRace, LosesNoReportThatWasCreated) {
     EXPECT_THAT(repository_.deleteReport(uuid(name.c_str()), true), Succeeds());
   }
   EXPECT_THAT(namesIn(root_), IsEmpty());
+}
+
+// Who opens a report while it is removed puts its files back for a moment.
+TEST_F(ReportRace, DeletesAReportThatOthersAreJustOpening) {
+  constexpr std::chrono::milliseconds kDuration{3000};
+  for (auto& actor : actors_) {
+    actor->tell("list-for " + std::to_string(kDuration.count()));
+  }
+  int deleted = 0;
+  const auto end = std::chrono::steady_clock::now() + kDuration;
+  while (std::chrono::steady_clock::now() < end) {
+    const ReportUuid id = repository_.createReport(1, 2, 3, "device", "session")->getId();
+    DiagnosticReport::Result result = repository_.deleteReport(id, false);
+    // A lister has the lock for a moment.
+    while (!result && result.error().message == "Unable to acquire write lock on report") {
+      result = repository_.deleteReport(id, false);
+    }
+    ASSERT_THAT(result, Succeeds());
+    ASSERT_FALSE(std::filesystem::exists(root_ / id.toString()));
+    ++deleted;
+  }
+  EXPECT_GT(deleted, 10);
+  for (auto& actor : actors_) {
+    EXPECT_GT(std::stoul(actor->answer()), 0U);
+  }
+  expectOrderlyEnd();
 }
 
 TEST_F(ReportRace, GivesEachIdentifierToOneCreator) {
