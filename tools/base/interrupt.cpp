@@ -6,6 +6,8 @@
 namespace KELP::Tool {
 namespace {
 
+// A handler of signals reaches nothing else.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 volatile std::sig_atomic_t caught = 0;
 
 void remember(int signal) {
@@ -27,7 +29,7 @@ void catchSignals() {
       ::sigaction(signal, &action, nullptr);
     }
   }
-  std::signal(SIGPIPE, SIG_IGN);
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   // Not ignored: that would pass on to a program that is executed.
   static_cast<void>(std::signal(SIGXFSZ, [](int) {}));
 }
@@ -63,8 +65,8 @@ BlockedSignals::~BlockedSignals() {
 }
 
 void endBySignal(int signal) {
-  std::signal(signal, SIG_DFL);
-  ::raise(signal);
+  static_cast<void>(std::signal(signal, SIG_DFL));
+  static_cast<void>(std::raise(signal));
   std::_Exit(128 + signal);
 }
 

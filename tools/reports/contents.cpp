@@ -79,7 +79,7 @@ std::string valueText(const Variation& variation, PropertyType type) {
       return std::to_string(variation.integer);
     case PropertyType::DOUBLE: {
       std::array<char, 32> text{};
-      const auto end = std::to_chars(text.begin(), text.end(), variation.double_).ptr;
+      auto* const end = std::to_chars(text.begin(), text.end(), variation.double_).ptr;
       return {text.begin(), end};
     }
     case PropertyType::BOOLEAN:
