@@ -136,7 +136,7 @@ class DescriptorsLeft {
 class FileObserverWithFewDescriptors : public FileObserverConstruction {
  protected:
   void SetUp() override {
-    if (kIsSanitized) {
+    if (kHasAddressSanitizer) {
       GTEST_SKIP() << "the sanitizer of undefined behaviour needs descriptors itself";
     }
   }
