@@ -2,6 +2,7 @@
 
 // Clang tells of its sanitizers in another way than g++.
 #if defined(__has_feature)
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): only the preprocessor can ask.
 #define KELP_HAS_FEATURE(feature) __has_feature(feature)
 #else
 #define KELP_HAS_FEATURE(feature) 0

@@ -54,7 +54,7 @@ class ArchiveWriter {
   /** Where the archive's bytes go. An error does not reach the library, which would never release
    * all that it has; it is kept, and what follows is dropped. */
   struct Sink {
-    int descriptor;
+    int descriptor = -1;
     int error = 0;
     bool isAbandoned = false;
 

@@ -15,8 +15,7 @@
 namespace KELP::Tool {
 namespace {
 
-using std::string_literals::operator""s;
-using testing::HasSubstr;
+using namespace std::string_literals;
 
 struct Escape {
   const char* name;
@@ -52,6 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
                "\\u{9b}31m", "\\u{9b}31m"},
         Escape{"NoBreakSpaceIsNoControl", "\xc2\xa0", "\xc2\xa0", "\xc2\xa0"},
         Escape{"Separators", "\u2028\u2029", "\\u{2028}\\u{2029}", "\\u{2028}\\u{2029}"},
+        // NOLINTNEXTLINE(misc-misleading-bidirectional): that is what it is about.
         Escape{"Direction", "\u202etxt\u2066\u200f\u061c", "\\u{202e}txt\\u{2066}\\u{200f}\\u{61c}",
                "\\u{202e}txt\\u{2066}\\u{200f}\\u{61c}"},
         Escape{"Latin1", "\xe9t\xe9", "\\xe9t\\xe9", "\\xe9t\\xe9"},
@@ -65,6 +65,19 @@ INSTANTIATE_TEST_SUITE_P(
         Escape{"BeyondUnicode", "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80", "\\xf4\\x90\\x80\\x80"},
         Escape{"LastCharacter", "\xf4\x8f\xbf\xbf", "\xf4\x8f\xbf\xbf", "\xf4\x8f\xbf\xbf"}),
     [](const auto& test) { return test.param.name; });
+
+/** A character above U+007F and below U+10000, as UTF-8. */
+std::string utf8Of(unsigned code) {
+  std::string result;
+  if (code >= 0x800) {
+    result += static_cast<char>(0xE0U | code >> 12U);
+    result += static_cast<char>(0x80U | (code >> 6U & 0x3FU));
+  } else {
+    result += static_cast<char>(0xC0U | code >> 6U);
+  }
+  result += static_cast<char>(0x80U | (code & 0x3FU));
+  return result;
+}
 
 /** Undoes escaped(). */
 std::string unescaped(const std::string& text) {
@@ -80,14 +93,7 @@ std::string unescaped(const std::string& text) {
       at += 2;
     } else if (kind == 'u') {
       const std::size_t end = text.find('}', at);
-      const auto code = static_cast<unsigned>(std::stoul(text.substr(at + 2, end), nullptr, 16));
-      if (code >= 0x800) {
-        result += static_cast<char>(0xE0U | code >> 12U);
-        result += static_cast<char>(0x80U | (code >> 6U & 0x3FU));
-      } else {
-        result += static_cast<char>(0xC0U | code >> 6U);
-      }
-      result += static_cast<char>(0x80U | (code & 0x3FU));
+      result += utf8Of(static_cast<unsigned>(std::stoul(text.substr(at + 2, end), nullptr, 16)));
       at = end;
     } else {
       result += kind == 'n' ? '\n' : kind == 'r' ? '\r' : kind == 't' ? '\t' : kind;

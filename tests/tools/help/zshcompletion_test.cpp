@@ -12,8 +12,6 @@ namespace KELP::Test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsSupersetOf;
-using testing::UnorderedElementsAre;
 
 /** What zsh, on a pseudo-terminal, makes of a line when the tabulator key is pressed. */
 class ZshCompletion : public CompletionTest {

@@ -20,8 +20,7 @@ namespace KELP::Test {
 namespace {
 
 namespace fs = std::filesystem;
-using std::string_literals::operator""s;
-using testing::HasSubstr;
+using namespace std::string_literals;
 
 class CatTest : public ReadingTest {
  protected:
@@ -84,6 +83,7 @@ TEST_F(CatTest, WritesValuesOfAllTypes) {
 }
 
 TEST_F(CatTest, WritesStringsAsTheyAre) {
+  // NOLINTNEXTLINE(misc-misleading-bidirectional): that is what it is about.
   const std::string value = "\x1b[31m\\ \0\r\n\n\t\u202eä"s;
   open(kFirst)->createReportStringProperty("raw", {});
   open(kFirst)->addReportStringVariation("raw", 0, value, false);

@@ -9,7 +9,7 @@
 namespace KELP::Test {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 class CatOnTerminal : public ReadingTest {
  protected:

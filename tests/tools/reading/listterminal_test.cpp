@@ -9,9 +9,6 @@
 namespace KELP::Test {
 namespace {
 
-using testing::Each;
-using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::SizeIs;

@@ -34,43 +34,43 @@ class ManyReports : public testing::Test {
   // Made once, since that is what takes long. One of them is damaged and one is locked.
   static void SetUpTestSuite() {
     const TemporaryInMemory inMemory;
-    repository_ = std::make_unique<Repository>();
-    ids_ = repository_->createMany(kMany);
+    shared = std::make_unique<Repository>();
+    sharedIds = shared->createMany(kMany);
     Diagnostic::ReportUuid id;
-    ASSERT_TRUE(id.parse(ids_[1].c_str()));
-    locked_ = repository_->data().openReport(id);
-    ASSERT_TRUE(locked_ && locked_->acquireWriteLock(false));
-    writeFile(repository_->root() / ids_.back() / "metadata.db", "damaged");
+    ASSERT_TRUE(id.parse(sharedIds[1].c_str()));
+    sharedLock = shared->data().openReport(id);
+    ASSERT_TRUE(sharedLock && sharedLock->acquireWriteLock(false));
+    writeFile(shared->root() / sharedIds.back() / "metadata.db", "damaged");
   }
   static void TearDownTestSuite() {
-    locked_.reset();
-    repository_.reset();
+    sharedLock.reset();
+    shared.reset();
   }
 
   /** "PROGRAM -C ROOT ARGUMENTS" for a shell. */
   static std::string command(const std::string& arguments) {
-    return toolPath() + " -C " + repository_->root().native() + " " + arguments;
+    return toolPath() + " -C " + shared->root().native() + " " + arguments;
   }
 
-  static std::unique_ptr<Repository> repository_;
-  static std::vector<std::string> ids_;
-  static std::unique_ptr<Diagnostic::DiagnosticReport> locked_;
+  static std::unique_ptr<Repository> shared;
+  static std::vector<std::string> sharedIds;
+  static std::unique_ptr<Diagnostic::DiagnosticReport> sharedLock;
 };
 
-std::unique_ptr<Repository> ManyReports::repository_;
-std::vector<std::string> ManyReports::ids_;
-std::unique_ptr<Diagnostic::DiagnosticReport> ManyReports::locked_;
+std::unique_ptr<Repository> ManyReports::shared;
+std::vector<std::string> ManyReports::sharedIds;
+std::unique_ptr<Diagnostic::DiagnosticReport> ManyReports::sharedLock;
 
 TEST_F(ManyReports, AreListedInOrderAndInTime) {
   const auto begin = std::chrono::steady_clock::now();
-  const ToolResult result = runTool(repository_->arguments({"list", "--no-legend"}));
+  const ToolResult result = runTool(shared->arguments({"list", "--no-legend"}));
   const auto took = std::chrono::steady_clock::now() - begin;
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.errors, "");
   const std::vector<std::string> lines = result.lines();
   ASSERT_THAT(lines, SizeIs(kMany));
   for (std::size_t at = 0; at < kMany; ++at) {
-    EXPECT_THAT(lines[at], StartsWith(ids_[at]));
+    EXPECT_THAT(lines[at], StartsWith(sharedIds[at]));
   }
   EXPECT_THAT(lines[1], testing::EndsWith("  write"));
   EXPECT_THAT(lines.back(), HasSubstr("  damaged  "));
@@ -80,15 +80,15 @@ TEST_F(ManyReports, AreListedInOrderAndInTime) {
 }
 
 TEST_F(ManyReports, AreListedAsADocument) {
-  const ToolResult result = runTool(repository_->arguments({"list", "--json"}));
+  const ToolResult result = runTool(shared->arguments({"list", "--json"}));
   EXPECT_EQ(result.status, 0);
   const Json::Value reports = result.json()["reports"];
   ASSERT_EQ(reports.size(), kMany);
-  EXPECT_EQ(reports[0]["id"], ids_[0]);
+  EXPECT_EQ(reports[0]["id"], sharedIds[0]);
 }
 
 TEST_F(ManyReports, AreCounted) {
-  const ToolResult result = runTool(repository_->arguments({"stats", "--json"}));
+  const ToolResult result = runTool(shared->arguments({"stats", "--json"}));
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.json()["stats"]["reports"], static_cast<int>(kMany));
 }
@@ -99,7 +99,7 @@ TEST_F(ManyReports, EndCleanlyWhenNobodyReadsOn) {
   ChildProcess pipeline({"/bin/bash", "-c",
                          command("list --no-legend") + " 2>" + errors.native() +
                              " | head -1; echo \"status ${PIPESTATUS[0]}\""});
-  EXPECT_THAT(pipeline.receive().value_or(""), StartsWith(ids_[0]));
+  EXPECT_THAT(pipeline.receive().value_or(""), StartsWith(sharedIds[0]));
   EXPECT_EQ(pipeline.receive(), "status " + std::to_string(128 + SIGPIPE));
   EXPECT_EQ(pipeline.receive(), std::nullopt);
   EXPECT_EQ(readFile(errors), "");
@@ -160,7 +160,7 @@ TEST_F(ManyReports, ShowProgressOnATerminal) {
   std::string output;
   for (int attempt = 0; attempt < kAttempts && output.find("Reading") == std::string::npos;
        ++attempt) {
-    output = listWithPause(repository_->root());
+    output = listWithPause(shared->root());
   }
   EXPECT_THAT(output, testing::ContainsRegex("^\rReading reports: [0-9]+ of 10000 \\([0-9]+ %\\)"));
   // The line is taken away before the list comes.
@@ -175,7 +175,7 @@ bool isWaiting(pid_t process) {
 
 // It is blocked in the middle of its output, because nobody reads that.
 TEST_F(ManyReports, EndBySignal) {
-  const std::string complete = runTool(repository_->arguments({"list"})).output;
+  const std::string complete = runTool(shared->arguments({"list"})).output;
   for (const int signal : {SIGINT, SIGTERM}) {
     int out[2];
     int errors[2];
@@ -186,7 +186,7 @@ TEST_F(ManyReports, EndBySignal) {
     if (child == 0) {
       ::dup2(out[1], STDOUT_FILENO);
       ::dup2(errors[1], STDERR_FILENO);
-      ::execle(program.c_str(), program.c_str(), "-C", repository_->root().c_str(), "list", nullptr,
+      ::execle(program.c_str(), program.c_str(), "-C", shared->root().c_str(), "list", nullptr,
                std::vector<const char*>{"LC_ALL=C.UTF-8", "TZ=UTC", nullptr}.data());
       ::_exit(127);
     }

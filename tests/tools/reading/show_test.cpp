@@ -19,11 +19,9 @@ using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* kSecret = "do not tell";
 

@@ -13,13 +13,11 @@
 namespace KELP::Test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::Pair;
-using testing::SizeIs;
 
 constexpr long kHour = 3600;
 constexpr long kDay = 24 * kHour;

@@ -9,10 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace KELP::Test {
 namespace {
@@ -31,8 +33,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 /** The command line and the environment, made before the fork. */
 class Command {
  public:
-  Command(const std::vector<std::string>& arguments, const ToolSetting& setting)
-      : texts_(arguments),
+  Command(std::vector<std::string> arguments, const ToolSetting& setting)
+      : texts_(std::move(arguments)),
         directory_(setting.directory),
         errors_(setting.errors),
         isDetached_(setting.detached) {
@@ -104,23 +106,31 @@ void move(Channel& channel, std::size_t& written) {
   }
 }
 
+/** What is waited for: to read all, and to write as soon as @p mayWrite. */
+std::vector<pollfd> polledOf(const std::vector<Channel>& channels, bool mayWrite) {
+  std::vector<pollfd> polled;
+  for (const Channel& channel : channels) {
+    polled.push_back({channel.writes && !mayWrite ? -1 : channel.descriptor,
+                      static_cast<short>(channel.writes ? POLLOUT : POLLIN), 0});
+  }
+  return polled;
+}
+
+/** Whether one that is read from has not come to its end. */
+bool isReading(const std::vector<Channel>& channels) {
+  return std::any_of(channels.begin(), channels.end(), [](const Channel& channel) {
+    return channel.descriptor >= 0 && !channel.writes;
+  });
+}
+
 /** Serves all channels until those that are read from have come to their ends. Nothing is written
  * before @p awaited has come from the first. */
 void serve(std::vector<Channel> channels, pid_t child, const std::string& awaited) {
   const auto end = std::chrono::steady_clock::now() + kLimit;
   std::size_t written = 0;
-  for (;;) {
-    std::vector<pollfd> polled;
-    bool isReading = false;
+  while (isReading(channels)) {
     const bool mayWrite = channels[0].text->find(awaited) != std::string::npos;
-    for (const Channel& channel : channels) {
-      polled.push_back({channel.writes && !mayWrite ? -1 : channel.descriptor,
-                        static_cast<short>(channel.writes ? POLLOUT : POLLIN), 0});
-      isReading |= channel.descriptor >= 0 && !channel.writes;
-    }
-    if (!isReading) {
-      break;
-    }
+    std::vector<pollfd> polled = polledOf(channels, mayWrite);
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         end - std::chrono::steady_clock::now());
     if (left.count() <= 0) {

@@ -30,11 +30,9 @@ void fillKernelQueue(const std::filesystem::path& report) {
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> size;
   ASSERT_GT(size, 0U);
   // Two names in turn, for the kernel counts an event that is as the last one only once.
-  writeFile(report / "one", "");
-  writeFile(report / "two", "");
   for (std::size_t raised = 0; raised < size + 100; raised += 2) {
-    std::ofstream(report / "one");
-    std::ofstream(report / "two");
+    writeFile(report / "one", "");
+    writeFile(report / "two", "");
   }
 }
 
