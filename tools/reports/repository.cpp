@@ -207,7 +207,7 @@ std::vector<std::uint64_t> sizesOf(const std::vector<StoredReport>& reports) {
 
 std::string resolveName(const fs::path& root, const std::string& prefix) {
   // A whole name is no reason to read the directory.
-  const std::string name = lowerCase(prefix);
+  std::string name = lowerCase(prefix);
   if (isReportName(name) && isDirectory(root / name)) {
     return name;
   }
