@@ -208,7 +208,10 @@ class Pump {
       std::array<pollfd, 3> polled{{{process_.input().get(), POLLOUT, 0},
                                     {process_.output().get(), POLLIN, 0},
                                     {process_.ended().get(), POLLIN, 0}}};
-      wait(polled);
+      checkInterrupt();
+      if (!waitUntilReady(polled)) {
+        continue;
+      }
       if (polled[0].revents != 0) {
         feed();
       }
@@ -225,18 +228,6 @@ class Pump {
   }
 
  private:
-  /** Waits for one of them. Throws Interrupted. */
-  static void wait(std::array<pollfd, 3>& polled) {
-    const BlockedSignals blocked;
-    checkInterrupt();
-    if (::ppoll(polled.data(), polled.size(), nullptr, &blocked.before()) < 0) {
-      checkInterrupt();
-      for (pollfd& one : polled) {
-        one.revents = 0;
-      }
-    }
-  }
-
   /** Sees to it that there is something to feed, or nothing to be fed. */
   void refill() {
     if (!left_.empty() || !process_.input().isOpen()) {

@@ -148,10 +148,7 @@ std::string standardInput() {
   std::string content;
   std::array<char, 65536> piece{};
   for (;;) {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    while (!waitUntilReady({&input, 1})) {
-      checkInterrupt();
-    }
+    waitUntilReady(STDIN_FILENO, POLLIN);
     const ssize_t size = ::read(STDIN_FILENO, piece.data(), piece.size());
     if (size == 0) {
       return content;

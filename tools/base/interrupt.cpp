@@ -47,6 +47,13 @@ bool waitUntilReady(std::span<pollfd> polled) {
                  &blocked.before()) > 0;
 }
 
+void waitUntilReady(int descriptor, short events) {
+  pollfd polled{descriptor, events, 0};
+  while (!waitUntilReady({&polled, 1})) {
+    checkInterrupt();
+  }
+}
+
 void forgetInterrupt() {
   caught = 0;
 }

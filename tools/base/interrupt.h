@@ -25,6 +25,10 @@ void checkInterrupt();
  * @return whether one is ready. */
 [[nodiscard]] bool waitUntilReady(std::span<pollfd> polled);
 
+/** Waits until @p descriptor is ready for @p events, as poll() has them. Throws Interrupted when a
+ * signal came and it is not. */
+void waitUntilReady(int descriptor, short events);
+
 /** Goes on as if no signal had come, because it was answered. The next one counts again. */
 void forgetInterrupt();
 

@@ -67,11 +67,7 @@ void writeOut(std::string_view text) {
   // A pipe that is ready takes so much at once, and a file all.
   static const std::size_t most = outputIsFile() ? 1'048'576 : PIPE_BUF;
   while (!text.empty()) {
-    pollfd output{STDOUT_FILENO, POLLOUT, 0};
-    if (!waitUntilReady({&output, 1})) {
-      checkInterrupt();
-      continue;
-    }
+    waitUntilReady(STDOUT_FILENO, POLLOUT);
     const ssize_t size = ::write(STDOUT_FILENO, text.data(), std::min(text.size(), most));
     if (size >= 0) {
       text.remove_prefix(static_cast<std::size_t>(size));
@@ -130,6 +126,12 @@ void print(std::string_view text) {
 
 void flushOutput() {
   writeOut(std::exchange(pending(), {}));
+}
+
+void printNow(std::string_view text) {
+  Progress::hide();
+  print(text);
+  flushOutput();
 }
 
 void discardOutput() {

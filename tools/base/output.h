@@ -30,6 +30,10 @@ void print(std::string_view text);
  * tells of events as they happen. */
 void flushOutput();
 
+/** Prints and flushes, and takes the line of progress away before: for what is told as it is done,
+ * whatever comes next. */
+void printNow(std::string_view text);
+
 /** Forgets what was printed and not written yet. */
 void discardOutput();
 

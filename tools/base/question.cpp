@@ -5,7 +5,6 @@
 #include "base/output.h"
 #include "base/progress.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -54,10 +53,7 @@ bool confirmed(std::string_view text) {
   const QuestionStream question;
   question.write(text);
   question.write(" [y/N] ");
-  pollfd input{STDIN_FILENO, POLLIN, 0};
-  while (!waitUntilReady({&input, 1})) {
-    checkInterrupt();
-  }
+  waitUntilReady(STDIN_FILENO, POLLIN);
   const int answer = std::fgetc(stdin);
   int rest = answer;
   while (rest != '\n' && rest != EOF) {

@@ -226,6 +226,14 @@ std::uint64_t parseSize(const std::string& text) {
   return static_cast<std::uint64_t>(std::llround(bytes));
 }
 
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) {
+    all += (all.empty() ? "" : ", ") + escaped(text);
+  }
+  return all;
+}
+
 std::string counted(std::size_t count, std::string_view noun) {
   std::string result = std::to_string(count) + " ";
   result += noun;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /** Texts as people read and write them. */
 namespace KELP::Tool {
@@ -49,6 +50,9 @@ namespace KELP::Tool {
 /** The other way round: "4096", "10K", "1.5MiB", "2g" (powers of 1024). Throws a Failure of usage.
  */
 [[nodiscard]] std::uint64_t parseSize(const std::string& text);
+
+/** @p texts, each escaped, with ", " between them. */
+[[nodiscard]] std::string joined(const std::vector<std::string>& texts);
 
 /** "1 report", "2 reports". */
 [[nodiscard]] std::string counted(std::size_t count, std::string_view noun);

@@ -22,14 +22,6 @@ Finding found(FindingKind kind, const Subject& subject, fs::path path, std::stri
   return {kind, subject.report.name, std::move(path), std::move(detail)};
 }
 
-std::string joined(const std::vector<std::string>& keys) {
-  std::string text;
-  for (const std::string& key : keys) {
-    text += (text.empty() ? "" : ", ") + key;
-  }
-  return text;
-}
-
 void findHalfMade(const Subject& subject, Findings& findings) {
   const auto add = [&](const std::string& what, Remedy remedy = Remedy::None) {
     findings.push_back(found(FindingKind::HalfMade, subject, subject.directory(), what));
@@ -94,7 +86,7 @@ void findMismatch(const Subject& subject, Findings& findings) {
 
 void findUnreadableMetadata(const Subject& subject, Findings& findings) {
   std::vector<std::string> keys = subject.report.metadata.unreadable;
-  std::erase(keys, "report_contents");  // Of which there is a kind of its own.
+  std::erase(keys, Metadata::kContentsKey);  // Of which there is a kind of its own.
   if (!keys.empty()) {
     findings.push_back(found(FindingKind::UnreadableMetadata, subject, subject.storePath(),
                              "what is stored is no value: " + joined(keys)));

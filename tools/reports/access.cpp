@@ -47,11 +47,8 @@ namespace {
 std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& root,
                                                 const std::string& prefix, long waitMs) {
   const StoredReport stored = findReport(root, prefix);
-  const auto refuseBusy = [&] {
-    throw Failure(ExitStatus::Busy, "the report " + stored.name + " is in use by another process");
-  };
   if (stored.lock == LockState::Write && waitMs <= 0) {
-    refuseBusy();  // Opening would wait for the writer.
+    failAsBusy(stored.name);  // Opening would wait for the writer.
   }
   requireSound(stored);
   auto report = Diagnostic::DiagnosticData(root).openReport(stored.id);
@@ -59,7 +56,7 @@ std::unique_ptr<DiagnosticReport> openForChange(const std::filesystem::path& roo
     explainRefusal(root, stored.name);
   }
   if (!takeWriteLock(*report, waitMs)) {
-    refuseBusy();
+    failAsBusy(stored.name);
   }
   return report;
 }

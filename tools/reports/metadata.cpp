@@ -10,8 +10,6 @@ namespace {
 
 using OS::KVStoreOpenOption;
 
-constexpr const char* kContents = "report_contents";
-
 /** Reads key by key, each as the type of what it is read into. The keys are part of the form on
  * disk (docs/on-disk-format.md). */
 class Reader {
@@ -55,7 +53,7 @@ int Metadata::permittedLevel() const {
 }
 
 bool Metadata::hasUnreadableContents() const {
-  return std::find(unreadable.begin(), unreadable.end(), kContents) != unreadable.end();
+  return std::find(unreadable.begin(), unreadable.end(), kContentsKey) != unreadable.end();
 }
 
 std::optional<Metadata> readMetadata(const std::filesystem::path& store) {
@@ -85,7 +83,7 @@ std::optional<Metadata> readMetadata(const std::filesystem::path& store) {
   read.optional("pid", metadata.pid);
   read.optional("process_name", metadata.processName);
   read.optional("loaded_libraries", metadata.loadedLibraries);
-  read.optional(kContents, metadata.contents);
+  read.optional(Metadata::kContentsKey, metadata.contents);
   // The file may have been damaged, or removed, since it was opened.
   return opened.isReady() ? std::optional(std::move(metadata)) : std::nullopt;
 }

@@ -12,6 +12,8 @@ namespace KELP::Tool {
 
 /** All that a report's metadata store holds. What is not stored, or not readable, is empty. */
 struct Metadata {
+  static constexpr const char* kContentsKey = "report_contents";
+
   std::optional<Diagnostic::ReportUuid> reportId;
   std::optional<int> appId;
   std::optional<int> buildId;

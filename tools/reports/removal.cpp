@@ -21,6 +21,7 @@ using Diagnostic::DiagnosticReport;
 using Outcome = Removal::Outcome;
 
 const Removal kBusy{Outcome::Busy, "in use"};
+const Removal kGone{Outcome::Gone, "gone already"};
 
 fs::path lockOf(const StoredReport& report) {
   return report.directory / DiagnosticReport::kReportLockFilename;
@@ -51,7 +52,7 @@ Removal explain(const fs::path& root, const StoredReport& report, const Diagnost
     return kBusy;
   }
   if (!entryAt(report.directory)) {
-    return {Outcome::Gone, "gone already"};
+    return kGone;
   }
   const StoredReport now = readReport(root, report.name, LockTable());
   if (report.isSound() && !now.isSound()) {
@@ -65,7 +66,7 @@ Removal explain(const fs::path& root, const StoredReport& report, const Diagnost
 Removal removeReport(const fs::path& root, const StoredReport& report, bool force) {
   const auto directory = entryAt(report.directory);
   if (!directory) {
-    return {Outcome::Gone, "gone already"};
+    return kGone;
   }
   if (!directory->isDirectory()) {
     return {Outcome::Failed, std::string("it is ") + directory->typeText()};

@@ -8,7 +8,6 @@
 
 #include <diagnostic/diagnosticreport.h>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,7 +15,6 @@
 #include <cctype>
 #include <cerrno>
 #include <limits>
-#include <memory>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -105,10 +103,6 @@ std::string pickName(const std::vector<std::string>& names, const std::string& p
   return *first;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
 }  // namespace
 
 std::string StoredReport::stageText() const {
@@ -137,13 +131,17 @@ void requireSound(const StoredReport& report) {
   }
 }
 
+void failAsBusy(const std::string& name) {
+  throw Failure(ExitStatus::Busy, "the report " + name + " is in use by another process");
+}
+
 bool isReportName(const std::string& name) {
   ReportUuid id;
   return id.parse(name.c_str()) && id.toString() == name;
 }
 
 std::vector<std::string> reportNames(const fs::path& root) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(root.c_str()));
+  const OpenDirectory directory(::opendir(root.c_str()));
   if (!directory) {
     const int error = errno;
     throw Failure(

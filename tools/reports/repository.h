@@ -42,6 +42,9 @@ struct StoredReport {
 /** Throws a Failure unless @p report is sound: Damage, or Failed when it is Unreadable. */
 void requireSound(const StoredReport& report);
 
+/** Throws a Failure (Busy): another process has the report @p name. */
+[[noreturn]] void failAsBusy(const std::string& name);
+
 /** Whether @p name is an identifier as directories are named after it, in lower case. */
 [[nodiscard]] bool isReportName(const std::string& name);
 

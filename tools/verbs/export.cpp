@@ -53,8 +53,7 @@ StoredReport readWhenFree(const fs::path& root, const std::string& name,
       return report;
     }
     if (Clock::now() >= deadline) {
-      throw Failure(ExitStatus::Busy,
-                    "the report " + report.name + " is in use by another process");
+      failAsBusy(report.name);
     }
     checkInterrupt();
     std::this_thread::sleep_for(kLookEvery);

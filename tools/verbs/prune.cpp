@@ -149,9 +149,7 @@ class Account {
  private:
   void say(const std::string& line) const {
     if (!context_.json) {
-      Progress::hide();
-      print(line + "\n");
-      flushOutput();  // It is done, whatever comes next.
+      printNow(line + "\n");
     }
   }
 

@@ -70,7 +70,9 @@ class Account {
     entry["id"] = report.name;
     if (removal.outcome == Outcome::Removed) {
       document_["removed"].append(entry);
-      tell(report.name);
+      if (!json_) {
+        printNow("removed " + report.name + "\n");
+      }
       return;
     }
     const auto* const failure =
@@ -91,14 +93,6 @@ class Account {
   }
 
  private:
-  void tell(const std::string& name) const {
-    if (!json_) {
-      Progress::hide();
-      print("removed " + name + "\n");
-      flushOutput();  // It is done, whatever comes next.
-    }
-  }
-
   bool json_;
   Json::Value document_ = jsonDocument("removed");
   const FailureKind* worst_ = std::end(kFailures);

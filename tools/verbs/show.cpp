@@ -70,10 +70,7 @@ std::string textOf(const std::optional<std::vector<std::string>>& texts) {
   if (!texts) {
     return "-";
   }
-  std::string all;
-  for (const std::string& text : *texts) {
-    all += (all.empty() ? "" : ", ") + escaped(text);
-  }
+  const std::string all = joined(*texts);
   return std::to_string(texts->size()) + (all.empty() ? "" : ": " + all);
 }
 
@@ -89,21 +86,13 @@ std::string textOfTime(const std::optional<long>& time, bool utc) {
   return text;
 }
 
-std::string listed(const std::vector<std::string>& keys) {
-  std::string all;
-  for (const std::string& key : keys) {
-    all += (all.empty() ? "" : ", ") + key;
-  }
-  return all;
-}
-
 Piece stagePiece(const StoredReport& report) {
   switch (report.soundness) {
     case Soundness::HalfMade:
       return {"half-made (being created, or left by a process that died)", Style::Red};
     case Soundness::Damaged:
       return {report.hasStore
-                  ? "damaged (cannot be read: " + listed(report.metadata.unreadable) + ")"
+                  ? "damaged (cannot be read: " + joined(report.metadata.unreadable) + ")"
                   : "damaged (its metadata cannot be read)",
               Style::Red};
     case Soundness::Mismatched:

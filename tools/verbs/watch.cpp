@@ -56,8 +56,7 @@ class Printer {
     if (context_.json) {
       printJsonLine(describe(event, report));
     } else {
-      Tool::print(lineOf(event, report));
-      flushOutput();
+      printNow(lineOf(event, report));
     }
   }
 
@@ -91,11 +90,8 @@ class Printer {
     value["id"] = event.name;
     value["time"] = timeText(event.time, context_.utc);
     value["stage"] = report ? Json::Value(report->stageText()) : Json::Value();
-    value["app"] =
-        report && report->metadata.appId ? Json::Value(*report->metadata.appId) : Json::Value();
-    value["process"] = report && report->metadata.processName
-                           ? Json::Value(*report->metadata.processName)
-                           : Json::Value();
+    value["app"] = report ? orNull(report->metadata.appId) : Json::Value();
+    value["process"] = report ? orNull(report->metadata.processName) : Json::Value();
     return value;
   }
 
