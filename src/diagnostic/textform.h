@@ -28,7 +28,9 @@ struct TextForm<ReportUuid> {
   }
   static std::optional<ReportUuid> read(const std::string& text) {
     ReportUuid value;
-    return value.parse(text.c_str()) ? std::optional(value) : std::nullopt;
+    // The parser stops at a NUL, which a stored text may hold.
+    const bool read = text.size() == ReportUuid::kTextBufferSize - 1 && value.parse(text.c_str());
+    return read ? std::optional(value) : std::nullopt;
   }
 };
 

@@ -25,7 +25,7 @@ std::optional<long> spanOf(const std::string& text) {
   long number = 0;
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || number < 0 || number > 1'000'000'000) {
+  if (error != std::errc() || text.starts_with('-') || number > 1'000'000'000) {
     return std::nullopt;
   }
   for (const Unit& unit : kUnits) {

@@ -109,8 +109,9 @@ TEST(MetadataUuidTest, OtherTextsReadAsTheDefault) {
   const MetadataProperty<ReportUuid> plain("id", std::nullopt);
   const MetadataProperty<ReportUuid> withDefault("id", defaultId);
   const std::string lower = kLower;
-  for (const std::string& text : {std::string(), std::string("bogus"), "{" + lower + "}",
-                                  lower.substr(0, 35), lower + "0", " " + lower}) {
+  for (const std::string& text :
+       {std::string(), std::string("bogus"), "{" + lower + "}", lower.substr(0, 35), lower + "0",
+        " " + lower, lower + std::string("\0more", 5)}) {
     EXPECT_EQ(plain.unserialize(text), std::nullopt) << text;
     EXPECT_EQ(withDefault.unserialize(text), defaultId) << text;
   }
