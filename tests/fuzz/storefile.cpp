@@ -27,6 +27,7 @@ constexpr std::string_view kMagic = "KELPKV1\n";
 constexpr std::size_t kHeader = 16;
 constexpr std::uint32_t kRemoved = 0xFFFFFFFF;
 constexpr std::uint64_t kLargestFile = 268'435'456;
+constexpr std::size_t kCompactedAbove = 65'536;
 
 /** The number of a header's field. */
 std::uint32_t field(std::string_view header, std::size_t index) {
@@ -139,6 +140,17 @@ void requireFileHas(const std::filesystem::path& path, const Map& map) {
   require(reading.end == file.size(), "a writer removes a torn tail");
 }
 
+/** Makes the file of a sound store so large that a change compacts it; @p map is what it then has. */
+void requireCompacts(KeyValueStore& store, const std::filesystem::path& path, Map& map) {
+  const std::string key = "a key that was large";
+  require(store.set(key, std::string(kCompactedAbove, '\0')), "a sound store takes a large value");
+  require(store.set(key, "small"), "a sound store takes a change that compacts");
+  map[key] = "small";
+  require(std::filesystem::file_size(path) < kCompactedAbove, "what is not live is dropped");
+  requireHas(store, map);
+  requireFileHas(path, map);
+}
+
 void checkFile(const std::filesystem::path& path, const std::string& bytes) {
   Test::writeFile(path, bytes);
   const Reading reading = readingOf(bytes);
@@ -171,6 +183,9 @@ void checkFile(const std::filesystem::path& path, const std::string& bytes) {
   requireHas(reader, map);
   require(!reader.get(key), "a removed key has no value");
   requireFileHas(path, *map);
+
+  requireCompacts(writer, path, *map);
+  requireHas(reader, map);
 
   KeyValueStore alone(path, "", {});
   requireHas(alone, map);
