@@ -222,7 +222,7 @@ class KeyValueStore::Impl {
     if (!sameFile(named, loaded_)) {
       return std::nullopt;
     }
-    if (sizeOf(named) > end_ && ::ftruncate(target.get(), static_cast<off_t>(end_)) != 0) {
+    if (sizeOf(named) > end_ && !dropTornTail(target)) {
       return false;
     }
     if (!record(target, key, value)) {
@@ -237,6 +237,12 @@ class KeyValueStore::Impl {
       replaced = std::move(file_);  // The change is made: it will be read with everything else.
     }
     return true;
+  }
+
+  /** Removes what is behind the last whole record, for good: a power cut that brought it back
+   * behind the next record would make damage of both. */
+  bool dropTornTail(const FileDescriptor& file) {
+    return ::ftruncate(file.get(), static_cast<off_t>(end_)) == 0 && syncFile(file.get());
   }
 
   /** Whether the record of a change has room behind @p end. */

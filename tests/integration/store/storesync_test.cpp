@@ -10,6 +10,7 @@
 namespace KELP::Test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -31,7 +32,8 @@ class StoreSyncCalls : public StoreTest {
     if (const std::string reason = whyNoStrace(); !reason.empty()) {
       GTEST_SKIP() << reason;
     }
-    traced_.emplace("fsync,fdatasync,openat,open,creat,rename,renameat,renameat2");
+    traced_.emplace(
+        "fsync,fdatasync,ftruncate,pwrite64,openat,open,creat,rename,renameat,renameat2");
   }
 
   Actor& actor() { return traced_->actor(); }
@@ -127,6 +129,22 @@ TEST_F(StoreSyncCalls, ACompactionSyncsTheNewFileBeforeItTakesTheOldOnesPlace) {
     synced = false;
   }
   EXPECT_GE(renames, 2);
+}
+
+TEST_F(StoreSyncCalls, ATornTailIsGoneForGoodBeforeTheNextRecordIsWritten) {
+  const std::string whole = sampleLog().bytes();
+  writeFile(file(), whole + storeRecord({"torn", std::string(9000, 't')}).substr(0, 8000));
+  ASSERT_TRUE(actor().open(file(), 12));
+  during("set", [&] { EXPECT_TRUE(actor().set("key", 1, 100)); });
+  during("again", [&] { EXPECT_TRUE(actor().set("key", 2, 100)); });
+  const Calls calls = traced().finish();
+  Calls changes;
+  for (const std::string& call : callsOf(calls, "set")) {
+    const std::string name = call.substr(0, call.find('('));
+    if (name != "openat" && name != "open") changes.push_back(name);
+  }
+  EXPECT_THAT(changes, ElementsAre("ftruncate", "fsync", "pwrite64"));
+  EXPECT_THAT(syncsIn(callsOf(calls, "again")), IsEmpty());
 }
 
 TEST_F(StoreSyncCalls, EveryDescriptorIsOpenedToBeClosedByAnExecutedProgram) {
