@@ -120,6 +120,7 @@ void createReport(const Report& report, const std::vector<std::string>& records,
   if (durable == Durable::Yes) {
     checked(::fsync(store), "fsync");
     syncDirectory(report.directory);
+    syncDirectory(report.directory.substr(0, report.directory.rfind('/')));
   }
   closeFile(store);
   closeFile(lock);

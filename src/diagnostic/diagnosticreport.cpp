@@ -1,6 +1,7 @@
 #include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
 #include "os/filedescriptor.h"
+#include "os/fileio.h"
 
 #include <diagnostic/diagnosticreport.h>
 
@@ -23,12 +24,57 @@ constexpr int kInitialConsentLevel = 20;
 constexpr int kInitialMaxConsentLevel = 30;
 /** How long opening waits for a writer, in milliseconds. */
 constexpr long kOpeningPatience = 1000;
+constexpr const char* kStoreName = "metadata";
 
 int openLockFile(const fs::path& path, int flags) {
   constexpr mode_t kMode = 0644;
   return OS::retryOnSignal(
       [&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | flags, kMode); });
 }
+
+/** The directory itself, or the nearest one above it that is there. */
+fs::path nearestPresent(fs::path directory) {
+  std::error_code ignored;
+  while (directory.has_relative_path() && !fs::exists(directory, ignored)) {
+    directory = directory.parent_path();
+  }
+  return directory;
+}
+
+OS::KeyValueStore::Options storeOptions() {
+  using Option = OS::KVStoreOpenOption;
+  return {Option::CreateIfMissing, Option::Shared, Option::SyncOnClose};
+}
+
+/** At its end, makes the entries durable that lead to a directory from one that was there first. */
+class EntriesOf {
+ public:
+  EntriesOf(fs::path directory, fs::path present)
+      : directory_(std::move(directory)), present_(std::move(present)) {}
+  ~EntriesOf() {
+    for (fs::path entry = directory_; entry != present_; entry = entry.parent_path()) {
+      // Closing has no result: who has to know asks the file system.
+      [[maybe_unused]] const bool synced = OS::syncDirectoryOf(entry.native());
+    }
+  }
+  EntriesOf(const EntriesOf&) = delete;
+  EntriesOf& operator=(const EntriesOf&) = delete;
+
+ private:
+  fs::path directory_;
+  fs::path present_;
+};
+
+/** The store of a new report. Once it is closed, and durable, so is the way to it
+ *  (docs/durability.md). */
+struct NewStore {
+  NewStore(const fs::path& path, fs::path present)
+      : entries(path.parent_path(), std::move(present)),
+        store(path.string(), kStoreName, storeOptions()) {}
+
+  EntriesOf entries;
+  OS::KeyValueStore store;
+};
 
 }  // namespace
 
@@ -76,6 +122,7 @@ DiagnosticReport::Result DiagnosticReport::_create(fs::path root, ReportUuid id,
     return passOn(metadata.error(), "Unable to create report with unknown metadata path");
   }
 
+  const fs::path present = nearestPresent(directory->parent_path());
   std::error_code creation;
   fs::create_directories(*directory, creation);
   std::error_code ignored;
@@ -95,7 +142,8 @@ DiagnosticReport::Result DiagnosticReport::_create(fs::path root, ReportUuid id,
                   lock->c_str());
   }
 
-  openStore(*metadata);
+  const auto newStore = std::make_shared<NewStore>(*metadata, present);
+  store_ = std::shared_ptr<OS::KeyValueStore>(newStore, &newStore->store);
   const bool written =
       write(keys::kReportId, id_) && write(keys::kAppId, appId) && write(keys::kBuildId, buildId) &&
       write(keys::kUserId, userId) && write(keys::kDeviceId, std::move(deviceId)) &&
@@ -165,10 +213,7 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
 
 /** Opens the metadata store, in the place of one that was open. */
 void DiagnosticReport::openStore(const fs::path& path) {
-  using Option = OS::KVStoreOpenOption;
-  store_ = std::make_shared<OS::KeyValueStore>(
-      path.string(), "metadata",
-      OS::KeyValueStore::Options{Option::CreateIfMissing, Option::Shared, Option::SyncOnClose});
+  store_ = std::make_shared<OS::KeyValueStore>(path.string(), kStoreName, storeOptions());
 }
 
 DiagnosticReport::Result DiagnosticReport::touch() {
