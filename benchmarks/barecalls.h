@@ -35,8 +35,8 @@ struct Report {
  */
 void append(const std::string& file, const std::string& record);
 
-/** Whether a new report's store and its directory are made durable at the end, as is done when the
- *  report is let go. */
+/** Whether a new report's store, its directory and the root are made durable at the end, as is done
+ *  when the report is let go. */
 enum class Durable { No, Yes };
 
 /** Creates a report: mkdir, two files, flock, and one append() for each of @p records. */

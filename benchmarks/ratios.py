@@ -24,6 +24,7 @@ BESIDE_BARE_CALLS = [
     ("report: create", "create/library", "create/bare", 2),
     ("report: create, durable calls", "create/library", "create/bare_durable", None),
     ("report: open", "open/library", "open/bare", 3),
+    ("report: change and close, durable calls", "change/library", "change/bare_durable", None),
     ("report: setter", "report_setter/library", "report_setter/bare", None),
     ("report: getter", "report_getter/library", "store_get/bare", None),
     ("report: delete", "delete/library", "delete/bare", None),
@@ -48,6 +49,14 @@ BESIDE_SQLITE = [
     ("set, 1024 bytes", "store_set/library/1024", "store_set/sqlite/1024"),
     ("get", "store_get/library", "store_get/sqlite"),
     ("open, read one, close", "store_open/library", "store_open/sqlite"),
+]
+
+# What is durable beside what is not: operation, row, row of the same that a power cut may take back.
+DURABLE = [
+    ("report: create and close, bare calls", "create/bare_durable", "create/bare"),
+    ("report: open, change and close", "change/library", "change/bare"),
+    ("the same, bare calls", "change/bare_durable", "change/bare"),
+    ("add a file of 64 KiB", "file_add/durable", "file_add/library"),
 ]
 
 # How much more one report of many may cost than one of few.
@@ -156,6 +165,8 @@ def report(run):
     print_table(header("store", "library", "SQLite"),
                 [compared(run, title, (mine, 1), (sqlite, 1))
                  for title, mine, sqlite in BESIDE_SQLITE])
+    print_table(header("what a power cut leaves", "durable", "not"),
+                [compared(run, title, (mine, 1), (other, 1)) for title, mine, other in DURABLE])
     print_table(["add a variation to", "whole"] + ADDING_STEPS + ["size of the contents"],
                 [[title, time_text(run.median(f"variation_add/library/{count}", "cpu_time"))]
                  + [time_text(run.median(f"variation_add/{step}/{count}", "cpu_time"))

@@ -85,8 +85,7 @@ class KELP_EXPORT DiagnosticReport {
 
   /** Releases the lock and closes the lock file and the store. What was changed in the metadata is
    *  on stable storage then, and so is the way to a report that this object created; files are not
-   *  (docs/durability.md). Takes the time of one to four flushes of the disk, none when nothing was
-   *  changed. */
+   *  (docs/durability.md). So this waits for the disk, unless nothing was changed. */
   ~DiagnosticReport();
 
   // --- Locks -----------------------------------------------------------------------------------
