@@ -66,6 +66,11 @@ void Audit::complain(const std::string& id, const std::string& what) {
 void Audit::take(const Entry& entry) {
   ++now_;
   count(entry);
+  if (const auto found = presumedEnded_.find(entry.who);
+      found != presumedEnded_.end() && entry.kind != Kind::Ended) {
+    complain(found->second, entry.who + " had a lock that somebody else got");
+    presumedEnded_.erase(found);
+  }
   if (entry.kind == Kind::Violation) {
     complain(entry.id, entry.text);
   } else if (entry.kind == Kind::Ended) {
@@ -150,19 +155,38 @@ void Audit::opened(const Entry& entry, Trail& trail) {
 }
 
 void Audit::locked(const Entry& entry, Trail& trail) {
-  if (!trail.isDisturbed()) {
-    ++checks_;
-    const bool isWriter = entry.kind == Kind::WriteLocked;
-    if (!trail.writer.empty() || (isWriter && !trail.readers.empty())) {
-      complain(entry.id, "is locked by two at once");
-    }
+  ++checks_;
+  const bool isWriter = entry.kind == Kind::WriteLocked;
+  if (!trail.writer.empty()) {
+    presumeEnded(trail.writer, entry.id, trail);
   }
-  if (entry.kind == Kind::WriteLocked) {
+  if (isWriter) {
+    for (const std::string& reader : std::set(trail.readers)) {
+      presumeEnded(reader, entry.id, trail);
+    }
     trail.writer = entry.who;
   } else {
     trail.readers.insert(entry.who);
   }
   seen(entry, trail);
+}
+
+/** Somebody else got the lock that @p who has not given up. So @p who was killed, and that is only
+ * not said yet; or else will say something more, and the lock is none. */
+void Audit::presumeEnded(const std::string& who, const std::string& id, Trail& trail) {
+  if (!trail.isDisturbed()) {
+    presumedEnded_[who] = id;
+  }
+  leaveChange(who, trail);
+  unlocked(who, trail);
+}
+
+/** The change that @p who was making is now done or not. */
+void Audit::leaveChange(const std::string& who, Trail& trail) {
+  if (trail.change && trail.writer == who) {
+    trail.states = {trail.change->begin(), trail.change->end()};
+    trail.change.reset();
+  }
 }
 
 /** Somebody who holds a lock has found the report in a state. */
@@ -332,17 +356,14 @@ void Audit::notDeleted(const Entry& entry, Trail& trail) {
 /** A process is gone: what it had begun is now done or not. */
 void Audit::ended(const std::string& who) {
   for (auto& [id, trail] : trails_) {
-    if (trail.change && trail.writer == who) {
-      trail.states = {trail.change->begin(), trail.change->end()};
-      // With the change itself not done, its time of modification may be there: none of the states.
-      trail.change.reset();
-    }
+    leaveChange(who, trail);
     closed(who, trail);
     if (trail.deleters.erase(who) != 0 && trail.deleted == 0) {
       trail.torn = now_;
     }
   }
   begun_.erase(who);
+  presumedEnded_.erase(who);
 }
 
 // --- Lists ---
@@ -408,10 +429,9 @@ void Audit::forgetOld() {
 std::vector<std::string> Audit::untold() const {
   std::vector<std::string> ids;
   for (const auto& [id, trail] : trails_) {
-    const bool lacksRemoval = trail.deleted != 0 && trail.announced != 0 && !trail.removalTold;
     const bool lacksEvent =
         trail.isAlive() && (trail.announced == 0 || trail.lastEvent < trail.lastChange);
-    if (lacksRemoval || lacksEvent) {
+    if (trail.owesRemoval() || lacksEvent) {
       ids.push_back(id);
     }
   }

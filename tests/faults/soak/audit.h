@@ -46,6 +46,8 @@ class Audit {
   void takeRepository(const Entry& entry, Trail& trail);
   void opened(const Entry& entry, Trail& trail);
   void locked(const Entry& entry, Trail& trail);
+  void presumeEnded(const std::string& who, const std::string& id, Trail& trail);
+  static void leaveChange(const std::string& who, Trail& trail);
   void seen(const Entry& entry, Trail& trail);
   void closed(const std::string& who, Trail& trail);
   void changed(Trail& trail, std::size_t outcome);
@@ -65,6 +67,7 @@ class Audit {
   EventAudit events_;
   std::map<std::string, Moment>
       begun_;  ///< What each process last began: to delete, list or count.
+  std::map<std::string, std::string> presumedEnded_;  ///< Processes, and the report that tells it.
   std::map<std::string, std::map<std::string, std::uint64_t>> counts_;
   std::uint64_t checks_ = 0;
   std::uint64_t complaints_ = 0;

@@ -59,8 +59,9 @@ int numberOf(const Ingredients& of) {
 Change description(const Ingredients& of) {
   Change change = begin("setDescription", of);
   // Now and then a long one, so that stores grow and are compacted.
-  const std::string text =
-      of.chance.oneIn(20) ? fileContent(of.number, 3000) : "description " + of.number;
+  const std::string text = of.chance.oneIn(8)
+                               ? fileContent(of.number, 2000 + of.chance.below(12000))
+                               : "description " + of.number;
   change.after.description = text;
   change.act = [text](Report& r) { return r.setDescription(text); };
   return change;

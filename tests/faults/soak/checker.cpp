@@ -29,11 +29,9 @@ class Checker {
     }
     readAll();
     finish();
+    tell();
     std::cout << "journal: " << reader_.size() / 1024 << " KiB\n";
     audit_.summarize(std::cout);
-    for (const std::string& violation : audit_.violations()) {
-      std::cout << "VIOLATION " << violation << '\n';
-    }
     std::cout.flush();
     return audit_.violations().empty() ? 0 : 1;
   }
@@ -42,6 +40,14 @@ class Checker {
   void readAll() {
     while (const auto entry = reader_.next()) {
       audit_.take(*entry);
+    }
+    tell();
+  }
+
+  /** Prints violations as soon as they are found. */
+  void tell() {
+    for (; told_ < audit_.violations().size(); ++told_) {
+      std::cerr << "VIOLATION " << audit_.violations()[told_] << std::endl;
     }
   }
 
@@ -120,6 +126,7 @@ class Checker {
   Chance chance_;
   Audit audit_;
   std::uint64_t turns_ = 0;
+  std::size_t told_ = 0;
 };
 
 }  // namespace

@@ -16,7 +16,7 @@ void EventAudit::creating(const std::string& id) {
   for (const auto& [other, trail] : trails_) {
     if (trail.isAlive()) {
       demands.push_back({other, false, trail.lastChange});
-    } else if (trail.deleted != 0 && trail.announced != 0 && !trail.removalTold) {
+    } else if (trail.owesRemoval()) {
       demands.push_back({other, true, 0});
     }
   }
@@ -65,7 +65,7 @@ bool EventAudit::isMet(const Demand& demand) const {
   }
   const Trail& trail = found->second;
   if (demand.isRemoval) {
-    return trail.removalTold;
+    return !trail.owesRemoval();
   }
   // A deletion that was begun since takes away what there was to tell.
   return trail.isDisturbed() || (trail.announced != 0 && trail.lastEvent > demand.since);

@@ -55,6 +55,10 @@ struct Trail {
   [[nodiscard]] bool isAliveSince(Moment then) const {
     return isAlive() && created < then && lastDeleting < then;
   }
+  /** Whether the observer has yet to tell that it is gone. */
+  [[nodiscard]] bool owesRemoval() const {
+    return deleted != 0 && !mayBeRemade && announced != 0 && !removalTold;
+  }
 };
 
 using Trails = std::unordered_map<std::string, Trail>;
