@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -119,6 +120,30 @@ TEST_F(ReportRace, DeletesAReportThatOthersAreJustOpening) {
     EXPECT_GT(std::stoul(actor->answer()), 0U);
   }
   expectOrderlyEnd();
+}
+
+// Each takes away what the other is about to remove. Both have the lock, since it is given up before.
+TEST_F(ReportRace, DeletesAReportThatAnotherIsDeleting) {
+  constexpr int kRounds = 200;
+  constexpr int kDirectories = 20;
+  for (int round = 0; round < kRounds; ++round) {
+    const ReportUuid id = repository_.createReport(1, 2, 3, "device", "session")->getId();
+    for (int number = 0; number < kDirectories; ++number) {
+      std::filesystem::create_directories(root_ / id.toString() / "contentfiles" /
+                                          std::to_string(number));
+    }
+    const auto first = repository_.openReport(id);
+    const auto second = repository_.openReport(id);
+    ASSERT_THAT(first->acquireWriteLock(true), Succeeds());
+    auto other = std::async(std::launch::async, [&] {
+      const DiagnosticReport::Result locked = second->acquireWriteLock(true);
+      return locked ? second->deleteReport() : locked;
+    });
+    EXPECT_THAT(first->deleteReport(), Succeeds()) << "round " << round;
+    EXPECT_THAT(other.get(), Succeeds()) << "round " << round;
+    ASSERT_FALSE(std::filesystem::exists(root_ / id.toString()));
+  }
+  EXPECT_THAT(log_.take(), IsEmpty());
 }
 
 TEST_F(ReportRace, GivesEachIdentifierToOneCreator) {
