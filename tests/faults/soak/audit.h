@@ -53,6 +53,7 @@ class Audit {
   void changed(Trail& trail, std::size_t outcome);
   void unlocked(const std::string& who, Trail& trail);
   void deleted(const Entry& entry, Trail& trail);
+  [[nodiscard]] bool wasOpenMeanwhile(const std::string& who, const Trail& trail) const;
   void notDeleted(const Entry& entry, Trail& trail);
   void ended(const std::string& who);
   void listed(const Entry& entry);
