@@ -132,6 +132,13 @@ void Audit::takeSession(const Entry& entry, Trail& trail) {
         complain(entry.id, "is not locked: " + entry.text);
       }
       break;
+    case Kind::LockAwaited:
+      // Among many who wait, who only asks now and then may wait for long.
+      if (!trail.isDisturbed() && trail.writer.empty() && trail.readers.empty() &&
+          trail.lastLocked < trail.sessions[entry.who]) {
+        complain(entry.id, "is locked by nobody");
+      }
+      break;
     case Kind::WriteLocked:
     case Kind::ReadLocked:
       locked(entry, trail);
@@ -156,6 +163,7 @@ void Audit::opened(const Entry& entry, Trail& trail) {
 
 void Audit::locked(const Entry& entry, Trail& trail) {
   ++checks_;
+  trail.lastLocked = now_;
   const bool isWriter = entry.kind == Kind::WriteLocked;
   if (!trail.writer.empty()) {
     presumeEnded(trail.writer, entry.id, trail);

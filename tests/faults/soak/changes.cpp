@@ -235,7 +235,7 @@ Variation valueOf(Type type, int level, const Ingredients& of) {
   variation.sensitivity_level = level;
   if (type == Type::STRING) variation.string = "value " + of.number;
   if (type == Type::INTEGER) variation.integer = numberOf(of);
-  if (type == Type::DOUBLE) variation.double_ = numberOf(of) / 2 + 0.5;
+  if (type == Type::DOUBLE) variation.double_ = numberOf(of) / 2.0;
   if (type == Type::BOOLEAN) variation.boolean = of.chance.oneIn(2);
   return variation;
 }

@@ -76,7 +76,7 @@ class Checker {
     if (isLocked) {
       session.unlock();
     } else {
-      journal_.write(Kind::Violation, id.toString(), "a lock is not to be had");
+      journal_.write(Kind::LockAwaited, id.toString());
     }
   }
 

@@ -39,8 +39,8 @@ class EventAudit {
   /** What has to be told of a report. */
   struct Demand {
     std::string id;
-    bool isRemoval;
-    Moment since;  ///< An event later than this.
+    bool isRemoval = false;
+    Moment since = 0;  ///< An event later than this.
   };
 
   void announced(const std::string& id, Trail& trail, Moment now);
@@ -53,7 +53,7 @@ class EventAudit {
       demands_;  ///< By the report that is created.
   struct Late {
     Demand demand;
-    Moment since;
+    Moment since = 0;
   };
   std::vector<Late> lacking_;
   std::uint64_t late_ = 0;

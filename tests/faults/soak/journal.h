@@ -15,6 +15,7 @@ enum class Kind : char {
   Opened = 'O',
   NotOpened = 'F',      ///< text: the line of the log
   LockRefused = 'W',    ///< text: the message
+  LockAwaited = 'Q',    ///< It was refused for a very long time.
   WriteLocked = 'L',    ///< words: token, and whether it may be the beginning of a creation
   ReadLocked = 'l',     ///< as WriteLocked
   Changing = 'I',       ///< words: name, token before, after, and those of a killed process

@@ -18,8 +18,8 @@ int observe(const Place& place);
 /** Lists, counts and reads reports. Measures itself as observe() does. */
 int list(const Place& place);
 
-/** Audits the journal, and reads reports under locks. At the end, prints what is broken and a
- * summary. */
+/** Audits the journal, and reads reports under locks. Prints what is broken when it is
+ * found, and a summary at the end. */
 int check(const Place& place);
 
 }  // namespace KELP::Test::Soak

@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <iterator>
+#include <ranges>
 #include <system_error>
 
 namespace KELP::Test::Soak {
@@ -34,9 +35,9 @@ std::size_t descriptorCount() {
 
 std::string lastLine(LogCapture& log) {
   const auto lines = log.take();
-  for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-    if (line->priority >= kWarning) {
-      return line->text;
+  for (const LogLine& line : std::views::reverse(lines)) {
+    if (line.priority >= kWarning) {
+      return line.text;
     }
   }
   return "nothing was logged";

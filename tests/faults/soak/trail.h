@@ -33,6 +33,7 @@ struct Trail {
   std::map<std::string, Moment> lastClosed;  ///< When each process closed it last.
   std::string writer;                        ///< Who holds the write lock; empty for none.
   std::set<std::string> readers;
+  Moment lastLocked = 0;
   /// Tokens of the states that it may be in; empty when that is not known.
   std::set<std::string> states;
   /// The change that is under way, and what may come of it when its process is killed.

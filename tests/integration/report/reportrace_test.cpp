@@ -122,7 +122,8 @@ TEST_F(ReportRace, DeletesAReportThatOthersAreJustOpening) {
   expectOrderlyEnd();
 }
 
-// Each takes away what the other is about to remove. Both have the lock, since it is given up before.
+// Each takes away what the other is about to remove. Both have the lock, since it is given up
+// before.
 TEST_F(ReportRace, DeletesAReportThatAnotherIsDeleting) {
   constexpr int kRounds = 200;
   constexpr int kDirectories = 20;
