@@ -1,5 +1,7 @@
 #include "faults/soak/session.h"
 
+#include "faults/soak/doom.h"
+
 #include <poll.h>
 #include <unistd.h>
 
@@ -94,6 +96,7 @@ void Session::change(Chance& chance, const std::string& number, const Place& pla
   }
   journal_.write(Kind::Changing, id_, text);
   const long before = report_->getModifiedTime();
+  meetDoom(chance);
   const std::time_t begin = std::time(nullptr);
   const Report::Result result = change.act(*report_);
   const long modified = report_->getModifiedTime();
@@ -123,8 +126,9 @@ void Session::judge(const Change& change, const Report::Result& result) {
   state_ = std::move(seen);
 }
 
-void Session::remove() {
+void Session::remove(Chance& chance) {
   journal_.write(Kind::Deleting, id_);
+  meetDoom(chance);
   const auto deleted = report_->deleteReport();
   if (deleted) {
     journal_.write(Kind::Deleted, id_);

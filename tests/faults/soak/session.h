@@ -57,7 +57,7 @@ class Session {
   /** Makes up a change and makes it, under the write lock. */
   void change(Chance& chance, const std::string& number, const Place& place);
   /** Deletes the report, under the write lock. */
-  void remove();
+  void remove(Chance& chance);
 
   Report* operator->() { return report_.get(); }
 

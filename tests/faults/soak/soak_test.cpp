@@ -28,7 +28,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::size_t kWorkers = 8;
-constexpr int kKilled = 128 + SIGKILL;
 
 /** A number from the environment. */
 std::uint64_t setting(const char* name, std::uint64_t otherwise) {
@@ -58,15 +57,22 @@ class Soak : public testing::Test {
   }
 
   /** Waits for the end of a worker, however it comes. */
-  void end(std::size_t place, int expected) {
-    EXPECT_EQ(workers_[place]->wait(), expected) << names_[place];
+  void end(std::size_t place, const testing::Matcher<int>& expected) {
+    EXPECT_THAT(workers_[place]->wait(), expected) << names_[place];
     workers_[place].reset();
     journal_.writeFor(names_[place], Kind::Ended, "-");
   }
 
+  /** Half of them while they change something, if that comes soon. */
   void kill(std::size_t place) {
+    if (random_() % 2 == 0) {
+      constexpr milliseconds kRespite{150};
+      workers_[place]->signal(SIGUSR1);
+      static_cast<void>(workers_[place]->receive(kRespite));  // Its output ends with it.
+    }
     workers_[place]->signal(SIGKILL);
-    end(place, kKilled);
+    // One that has hardly begun does not know the other signal yet.
+    end(place, testing::AnyOf(128 + SIGKILL, 128 + SIGUSR1));
   }
 
   static Measure measure(ChildProcess& process) {

@@ -1,3 +1,4 @@
+#include "faults/soak/doom.h"
 #include "faults/soak/roles.h"
 
 #include <unistd.h>
@@ -56,6 +57,7 @@ class Worker {
     id.randomize();
     const Maker maker(id);
     journal_.write(Kind::Creating, id.toString(), initialState(id).token());
+    meetDoom(chance_);
     const auto report = repository_.createReport(id, maker.app, maker.build, maker.user,
                                                  maker.device, maker.session);
     if (report) {
@@ -67,6 +69,7 @@ class Worker {
 
   void remove(const ReportUuid& id, bool force) {
     journal_.write(Kind::Deleting, id.toString());
+    meetDoom(chance_);
     const auto deleted = repository_.deleteReport(id, force);
     if (deleted) {
       journal_.write(Kind::Deleted, id.toString());
@@ -121,7 +124,7 @@ class Worker {
       session.change(chance_, place_.who + '-' + std::to_string(++number_), place_);
     }
     if (chance_.oneIn(20)) {
-      session.remove();
+      session.remove(chance_);
     } else if (chance_.oneIn(4)) {
       journal_.write(Kind::Unlocking, session.id());  // The end of the session releases it.
     } else {
@@ -140,6 +143,7 @@ class Worker {
 }  // namespace
 
 int work(const Place& place) {
+  mayBeDoomed();
   Worker(place).run();
   return 0;
 }
