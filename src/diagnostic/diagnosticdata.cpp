@@ -4,6 +4,7 @@
 #include <diagnostic/diagnosticdata.h>
 
 #include <dirent.h>
+#include <fcntl.h>
 
 #include <functional>
 #include <system_error>
@@ -56,9 +57,11 @@ Result removeRemains(const fs::path& directory) {
       return true;
     }
   }
+  // A link in the directory's place is removed, and so is nothing where it leads to.
+  const OS::FileDescriptor opened = openDirectory(AT_FDCWD, directory);
   for (const Remains& remains : kRemains) {
-    const fs::path file = directory / remains.name;
-    if (isThere(file) && (fs::remove(file, code), code)) {
+    if (opened && isThere(directory / remains.name) &&
+        (code = removeEntry(opened.get(), remains.name))) {
       return fail(code, remains.failure);
     }
   }

@@ -26,10 +26,17 @@ constexpr int kInitialMaxConsentLevel = 30;
 constexpr long kOpeningPatience = 1000;
 constexpr const char* kStoreName = "metadata";
 
+/** Never waits, and takes no terminal, whatever somebody has put in the file's place. */
 int openLockFile(const fs::path& path, int flags) {
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   constexpr mode_t kMode = 0644;
-  return OS::retryOnSignal(
-      [&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | flags, kMode); });
+  return OS::retryOnSignal([&] { return ::open(path.c_str(), kFlags | flags, kMode); });
+}
+
+/** Opens the lock file that is there, or else makes one, but not where a link leads to. */
+int openOrCreateLockFile(const fs::path& path) {
+  const int descriptor = openLockFile(path, 0);
+  return descriptor < 0 && errno == ENOENT ? openLockFile(path, O_CREAT | O_NOFOLLOW) : descriptor;
 }
 
 /** The directory itself, or the nearest one above it that is there. */
@@ -129,7 +136,7 @@ DiagnosticReport::Result DiagnosticReport::_create(fs::path root, ReportUuid id,
   if (!fs::is_directory(*directory, ignored)) {
     return fail(creation, "Failed to create directory for report");
   }
-  const int descriptor = openLockFile(*lock, O_EXCL);
+  const int descriptor = openLockFile(*lock, O_CREAT | O_EXCL);
   if (descriptor < 0) {
     const std::error_code code = lastSystemError();
     return fail(code, "Failed to create lock file for new report",
@@ -184,7 +191,7 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
     return fail(status, "Metadata file does not exist for diagnostic report",
                 "Metadata file %s does not exist for diagnostic report", metadata->c_str());
   }
-  const int descriptor = openLockFile(*lock, 0);
+  const int descriptor = openOrCreateLockFile(*lock);
   if (descriptor < 0) {
     const std::error_code code = lastSystemError();
     return fail(code, "Failed to open lock file for existing report",

@@ -1,7 +1,10 @@
 #include "diagnostic/contentsearch.h"
 #include "diagnostic/reportmetadata.h"
+#include "diagnostic/reportplace.h"
 
 #include <diagnostic/diagnosticreport.h>
+
+#include <fcntl.h>
 
 #include <system_error>
 #include <utility>
@@ -25,21 +28,17 @@ std::error_code ensureDirectory(const fs::path& directory) {
   return code;
 }
 
-/** Copies a file over what stands at its destination. A symbolic link there is not followed, since
- * it may lead out of the report, but replaced, and only when the copy is complete. */
-std::error_code replaceFile(const fs::path& source, const fs::path& destination) {
+/** Copies a file to its place in the report with the directory @p report. */
+std::error_code copyWithin(const fs::path& report, const fs::path& source,
+                           const fs::path& destination) {
   std::error_code code;
-  if (!fs::is_symlink(destination, code)) {
-    fs::copy_file(source, destination, fs::copy_options::overwrite_existing, code);
+  if (!destination.has_filename()) {
+    fs::copy_file(source, destination, code);  // Fails: no file has a name like this.
     return code;
   }
-  const ReportTemporaryFile copy(destination.parent_path());
-  const fs::path path = copy.getPath().value();
-  fs::copy_file(source, path, code);
-  if (!code) {
-    fs::rename(path, destination, code);
-  }
-  return code;
+  ReportPlace place;
+  code = findPlace(report, destination, Missing::Fail, place);
+  return code ? code : copyFile(source, place);
 }
 
 }  // namespace
@@ -60,9 +59,7 @@ Result DiagnosticReport::purgeReportTemporaryFiles() {
   if (!directory) {
     return passOn(directory.error(), "Cannot purge unknown report temporary directory path");
   }
-  std::error_code code;
-  fs::remove_all(*directory, code);
-  if (code) {
+  if (removeTree(AT_FDCWD, *directory)) {
     return fail(noCode(), "err, Failed to remove temp directory for report",
                 "Failed to remove temp directory for report");
   }
@@ -98,13 +95,18 @@ Result DiagnosticReport::copyFileToFileProperty(std::string name, int variation,
     property->variations.push_back(std::move(added));
   }
 
-  if (const std::error_code code = ensureDirectory(destination->parent_path())) {
+  const PathResult directory = _getReportDirPath();
+  if (!directory) {
+    return directory.error();
+  }
+  const fs::path parent = destination->parent_path();
+  if (std::error_code code; !fs::exists(parent) && (code = makeDirectories(*directory, parent))) {
     return fail(code, "Failed to create directory for report file variation");
   }
   if (Result touched = touch(); !touched) {
     return touched;
   }
-  if (const std::error_code code = replaceFile(source, *destination)) {
+  if (const std::error_code code = copyWithin(*directory, source, *destination)) {
     return fail(code, "Failed to copy file to report location",
                 "Failed to copy file to report location: %s", code.message().c_str());
   }

@@ -1,9 +1,14 @@
-#include "diagnostic/removefiles.h"
 #include "diagnostic/reportcontentsformat.h"
 #include "diagnostic/reportmetadata.h"
+#include "diagnostic/reportplace.h"
+#include "os/filedescriptor.h"
 
 #include <diagnostic/diagnosticreport.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -15,6 +20,27 @@ namespace {
 namespace fs = std::filesystem;
 namespace keys = MetadataKeys;
 using Result = DiagnosticReport::Result;
+
+/**
+ * Opens a stored file as its filter gets it. A fifo or a device in its place is not opened, which
+ * might take for ever; the stream has then failed, as that of a file that cannot be read.
+ */
+std::ifstream openStored(const fs::path& path) {
+  std::ifstream stream;
+  stream.setstate(std::ios::failbit);
+  const OS::FileDescriptor file(OS::retryOnSignal(
+      [&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  struct stat status {};
+  if (file && ::fstat(file.get(), &status) == 0 &&
+      (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
+    // By its number, since the path may name another file by now.
+    stream.open("/proc/self/fd/" + std::to_string(file.get()), std::ios::binary | std::ios::in);
+    if (!stream.is_open()) {
+      stream.open(path, std::ios::binary | std::ios::in);  // Where there is no /proc.
+    }
+  }
+  return stream;
+}
 
 }  // namespace
 
@@ -44,7 +70,7 @@ Result DiagnosticReport::applyPolicyFilters() {
                           "Failed to write updated contents for variation removal");
   if (changed) {
     for (const fs::path& file : files) {
-      removeFiles(file);
+      removeFiles(*_getReportDirPath(), file);
     }
   }
   return changed;
@@ -77,7 +103,7 @@ DiagnosticReport::TemporaryFileResult DiagnosticReport::filterFileVariationToTem
   }
 
   std::ofstream output(*path, std::ios::binary | std::ios::in | std::ios::out | std::ios::trunc);
-  std::ifstream input(*stored, std::ios::binary | std::ios::in);
+  std::ifstream input = openStored(*stored);
   if (!filter(input, output)) {
     return DiagnosticError(noCode(), "Filter aborted without error condition");
   }

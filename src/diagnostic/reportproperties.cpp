@@ -1,6 +1,6 @@
 #include "diagnostic/contentsearch.h"
-#include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
+#include "diagnostic/reportplace.h"
 #include "diagnostic/typeword.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -95,7 +95,7 @@ Result DiagnosticReport::removeReportContentProperty(std::string name) {
   contents->erase(contents->begin() + (property - contents->data()));
   Result changed = change(keys::kReportContents, *std::move(contents), kWriteFailure);
   if (changed && !files.empty()) {
-    removeFiles(files);
+    removeFiles(*_getReportDirPath(), files);
   }
   return changed;
 }

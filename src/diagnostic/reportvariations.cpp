@@ -1,6 +1,6 @@
 #include "diagnostic/contentsearch.h"
-#include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
+#include "diagnostic/reportplace.h"
 #include "diagnostic/typeword.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -145,7 +145,7 @@ Result DiagnosticReport::removeContentPropertyVariation(std::string name, int le
                              (variation - property->variations.data()));
   Result changed = change(keys::kReportContents, *std::move(contents), kWriteFailure);
   if (changed && !file.empty()) {
-    removeFiles(file);
+    removeFiles(*_getReportDirPath(), file);
   }
   return changed;
 }

@@ -38,6 +38,10 @@ class FileDescriptor {
   [[nodiscard]] int get() const { return descriptor_; }
   explicit operator bool() const { return descriptor_ >= 0; }
 
+  /** Closes what is owned. @return false when the system could not keep what was written, with the
+   *  reason in `errno`. */
+  bool close() { return ::close(std::exchange(descriptor_, -1)) == 0; }
+
   /** Closes what is owned. Leaves `errno` alone. */
   void reset() {
     if (descriptor_ >= 0) {

@@ -7,8 +7,8 @@ namespace KELP::OS {
 
 FileDescriptor openFile(const std::string& path, int flags) {
   constexpr mode_t kMode = 0644;
-  return FileDescriptor(retryOnSignal(
-      [&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kMode); }));
+  constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  return FileDescriptor(retryOnSignal([&] { return ::open(path.c_str(), flags | kFlags, kMode); }));
 }
 
 bool readAt(int file, std::uint64_t offset, std::string& out) {
