@@ -264,8 +264,7 @@ const std::vector<Operation>& operations() {
                [](auto& report, auto&) { return words(report.removeReportFileProperty("log")); }),
       changing("policy",
                [](auto& report, auto&) {
-                 return words(report.setCurrentConsentLevel(0)) + " " +
-                        words(report.applyPolicyFilters());
+                 return All{report.setCurrentConsentLevel(0), report.applyPolicyFilters()}.text;
                }),
       reading("temporary", [](auto& report) { return words(report.createReportTemporaryFile()); }),
       reading("purge", [](auto& report) { return words(report.purgeReportTemporaryFiles()); }),
