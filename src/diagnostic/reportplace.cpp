@@ -213,12 +213,13 @@ std::error_code removeFilesOf(int directory, Level& level) {
     if (name == "." || name == "..") {
       continue;
     }
-    if (const std::error_code code = removeEntry(directory, name); !code) {
-      continue;
-    } else if (typeOf(directory, name) != S_IFDIR) {
+    const std::error_code code = removeEntry(directory, name);
+    if (code && typeOf(directory, name) != S_IFDIR) {
       return code;
     }
-    level.subdirs.push_back(name);
+    if (code) {
+      level.subdirs.push_back(name);
+    }
   }
   return {};
 }

@@ -79,40 +79,49 @@ std::optional<Expected> whyNotOpened(const Case& subject) {
   return std::nullopt;
 }
 
-/** On a report that does not open. */
-std::optional<Expected> withoutOpening(const Case& subject, const std::string& operation,
-                                       const Expected& refusal) {
+/** What a repository finds with a report that does not open. */
+std::optional<Expected> ofRepository(const Case& subject, const std::string& operation,
+                                     const Expected& refusal) {
   const bool isDirectory = !subject.place.empty() || subject.form.kind == Kind::Directory;
   const bool hasStatus = subject.form.kind != Kind::Nothing && subject.form.kind != Kind::Circle;
-  if (operation == "observe") {
-    return Expected{"yes yes", std::nullopt};
-  }
+  const std::optional<Lines> nothing = hasStatus ? std::optional(Lines{}) : std::nullopt;
   if (operation == "list") {
-    return isDirectory ? Expected{"other ", refusal.lines}
-           : hasStatus ? Expected{"other ", Lines{}}
-                       : Expected{"other ", std::nullopt};
+    return Expected{"other ", isDirectory ? refusal.lines : nothing};
   }
   if (operation == "count") {
     return Expected{isDirectory ? "2" : "1", std::nullopt};
   }
+  if (operation == "create" && (isDirectory || hasStatus)) {
+    return Expected{"no", Lines{"Cannot create diagnostic report because another report already "
+                                "exists with the same uuid"}};
+  }
   if (operation == "create") {
-    return isDirectory || hasStatus
-               ? Expected{"no", Lines{"Cannot create diagnostic report because another report "
-                                      "already exists with the same uuid"}}
-               : Expected{"no", std::nullopt};
+    return Expected{"no", std::nullopt};
+  }
+  return std::nullopt;
+}
+
+/** On a report that does not open. */
+Expected withoutOpening(const Case& subject, const std::string& operation,
+                        const Expected& refusal) {
+  if (const std::optional<Expected> found = ofRepository(subject, operation, refusal)) {
+    return *found;
+  }
+  if (operation == "observe") {
+    return {"yes yes", std::nullopt};
   }
   if (operation == "delete") {
     return refusal;
   }
-  if (operation == "force delete") {
-    if (subject.form.name == std::string("full directory") && !subject.place.empty()) {
-      const std::string word = subject.place == "lock" ? "lock" : "metadata";
-      return failure(ENOTEMPTY,
-                     "Failed to remove " + word + " file from report while force deleting");
-    }
-    return Expected{"yes", refusal.lines};
+  if (operation != "force delete") {
+    return {"not opened", refusal.lines};
   }
-  return Expected{"not opened", refusal.lines};
+  if (subject.form.name == std::string("full directory") && !subject.place.empty()) {
+    const std::string word = subject.place == "lock" ? "lock" : "metadata";
+    return failure(ENOTEMPTY,
+                   "Failed to remove " + word + " file from report while force deleting");
+  }
+  return {"yes", refusal.lines};
 }
 
 /** With the thing in the place of the scratch directory. */

@@ -86,6 +86,12 @@ void makeFifo(const Scene&, const fs::path& place) {
   ::mkfifo(place.c_str(), 0666);
 }
 
+/** Of a report whose metadata cannot be read. */
+void damageAndLink(const Scene& scene, const fs::path& place) {
+  writeFile(scene.subject() / "metadata.db", "damage");
+  fs::create_symlink(scene.outside() / "directory", place);
+}
+
 bool copyTo(const Battle& battle, int level) {
   const auto report = battle.open();
   return report &&
@@ -97,6 +103,11 @@ bool addFile(const Battle& battle) {
 }
 bool replaceFile(const Battle& battle) {
   return copyTo(battle, 2);
+}
+bool addScratchFile(const Battle& battle) {
+  const auto report = battle.open();
+  return report && report->copyFileToFileProperty("log", 3, battle.scene.subject() / "tmp/file",
+                                                  "a.txt", true);
 }
 bool removeProperty(const Battle& battle) {
   const auto report = battle.open();
@@ -193,6 +204,7 @@ INSTANTIATE_TEST_SUITE_P(
              linkTo("missing"), replaceFile, true},
         Race{"CopyWithTheFileForAFifo", After::Again, "contentfiles/log/2/a.txt", makeFifo,
              replaceFile},
+        Race{"CopyOfAFileForAFifo", After::Again, "tmp/file", makeFifo, addScratchFile},
         Race{"RemovePropertyWithContentsForALink", After::Renew, "contentfiles",
              linkTo("directory"), removeProperty},
         Race{"RemovePropertyWithItsDirectoryForALink", After::Renew, "contentfiles/log",
@@ -206,6 +218,8 @@ INSTANTIATE_TEST_SUITE_P(
         Race{"DeleteWithContentsForALink", After::Renew, "contentfiles", linkTo("directory"),
              deleteReport, true},
         Race{"ForceDeleteWithTheReportForALink", After::Renew, "", linkTo("directory"),
+             forceDeleteReport, true},
+        Race{"ForceDeleteOfADamagedReportForALink", After::Renew, "", damageAndLink,
              forceDeleteReport, true},
         Race{"OpenWithTheLockForADanglingLink", After::Again, "lock", linkTo("missing"), touch},
         Race{"OpenWithTheLockForAFifo", After::Again, "lock", makeFifo, touch},

@@ -108,6 +108,29 @@ TEST_F(HostileRoot, ThingsOfEveryKindUnderTheNamesOfReportsHinderNobody) {
   expectFinds("subject other ", 2 + directories);
 }
 
+TEST_F(HostileRoot, ALinkToASoundReportIsFollowedAndDeletionRemovesTheLinkAlone) {
+  const fs::path elsewhere = scene_.root().parent_path() / "elsewhere";
+  fs::rename(scene_.subject(), elsewhere);
+  fs::create_symlink(elsewhere, scene_.subject());
+  expectFinds("subject other ", 2);
+  EXPECT_EQ(actor_.attempt("copy").result, "yes");
+  EXPECT_TRUE(fs::exists(elsewhere / "contentfiles/log/3/a.txt"));
+  const Entries before = entriesBelow(elsewhere);
+  EXPECT_EQ(actor_.attempt("delete").result, "yes");
+  EXPECT_FALSE(fs::exists(fs::symlink_status(scene_.subject())));
+  EXPECT_EQ(difference(before, entriesBelow(elsewhere)), "");
+}
+
+TEST_F(HostileRoot, AHardLinkOfAStoredFileIsOverwrittenUnderBothNames) {
+  const fs::path file = scene_.subject() / "contentfiles/log/2/a.txt";
+  const fs::path elsewhere = scene_.root().parent_path() / "elsewhere";
+  fs::create_hard_link(file, elsewhere);
+  EXPECT_EQ(actor_.attempt("overwrite").result, "yes");
+  EXPECT_EQ(readFile(elsewhere), "source");
+  EXPECT_EQ(actor_.attempt("remove variation").result, "yes");
+  EXPECT_EQ(readFile(elsewhere), "source");
+}
+
 TEST_F(HostileRoot, ThousandsOfEntriesHinderNobody) {
   for (int at = 0; at < 5000; ++at) {
     fs::create_directory(scene_.root() / ("entry " + std::to_string(at)));

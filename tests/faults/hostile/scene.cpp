@@ -125,6 +125,7 @@ void Scene::makeReport(const std::string& id) const {
   writeFile(directory / "lock", "");
   writeFile(directory / "metadata.db", metadata(id, {{"report_contents", contents(directory)}}));
   writeFile(directory / "contentfiles/log/2/a.txt", "stored");
+  writeFile(directory / "tmp/file", "scratch");
 }
 
 Actor::Actor(const Scene& scene, bool isNobody)
