@@ -271,7 +271,7 @@ class KeyValueStore::Impl {
     StoreFormat::encode(key, value, buffer_);
     if (!writeAt(file.get(), end_, buffer_)) {
       // What there is of it is a torn tail, if this fails too.
-      [[maybe_unused]] const int cut = ::ftruncate(file.get(), static_cast<off_t>(end_));
+      [[maybe_unused]] const bool cut = dropTornTail(file);
       return false;
     }
     end_ += buffer_.size();
