@@ -1,16 +1,21 @@
 #include "support/temporarydirectory.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <system_error>
 
 namespace KELP::Test {
 
-TemporaryDirectory::TemporaryDirectory() {
-  std::string name = (std::filesystem::temp_directory_path() / "kelp-test-XXXXXX").string();
+TemporaryDirectory::TemporaryDirectory()
+    : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
+
+TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& parent) {
+  std::string name = (parent / "kelp-test-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) {
     throw std::system_error(errno, std::system_category(), name);
   }
@@ -20,6 +25,13 @@ TemporaryDirectory::TemporaryDirectory() {
 TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+std::filesystem::path quickestPlace() {
+  constexpr const char* kMemory = "/dev/shm";
+  const bool chosen = std::getenv("TMPDIR") != nullptr;
+  return !chosen && ::access(kMemory, W_OK | X_OK) == 0 ? std::filesystem::path(kMemory)
+                                                        : std::filesystem::temp_directory_path();
 }
 
 std::string readFile(const std::filesystem::path& path) {

@@ -10,6 +10,8 @@ class TemporaryDirectory {
  public:
   /** Under $TMPDIR, or /tmp. */
   TemporaryDirectory();
+  /** Under @p parent. */
+  explicit TemporaryDirectory(const std::filesystem::path& parent);
   ~TemporaryDirectory();
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -23,6 +25,10 @@ class TemporaryDirectory {
  private:
   std::filesystem::path path_;
 };
+
+/** Where a test that makes very many small files is quickest: $TMPDIR if that is set, or else a
+ * file system in memory if there is one, or else /tmp. */
+[[nodiscard]] std::filesystem::path quickestPlace();
 
 /** The whole of a file, or what can be read of it. */
 [[nodiscard]] std::string readFile(const std::filesystem::path& path);

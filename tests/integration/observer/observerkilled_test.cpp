@@ -1,10 +1,10 @@
 // Processes that are killed while they make or change reports: what they leave is told as it is on
 // disk, and the observer goes on.
 
-#include "integration/contents/files/tracedrun.h"
 #include "integration/observer/observerfixture.h"
 #include "integration/observer/producer.h"
 #include "support/strace.h"
+#include "support/tracedrun.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 // each recorded file exists, and with which another process carries on.
 
 #include "integration/contents/files/fileoperations.h"
-#include "integration/contents/files/tracedrun.h"
 #include "support/strace.h"
+#include "support/tracedrun.h"
 #include "unit/diagnostic/reportfixture.h"
 
 #include <diagnostic/diagnosticreport.h>

@@ -27,9 +27,10 @@ class TracedRun {
    * empty when nothing, or when it was not killed. */
   [[nodiscard]] std::string lastWordsWhenKilledAt(const CountedCall& call) const;
 
- private:
+  /** The command that runs the program under strace with @p options. */
   [[nodiscard]] std::vector<std::string> traced(const std::vector<std::string>& options) const;
 
+ private:
   std::vector<std::string> command_;
 };
 

@@ -1,4 +1,4 @@
-#include "integration/contents/files/tracedrun.h"
+#include "support/tracedrun.h"
 
 #include "support/childprocess.h"
 #include "support/strace.h"
@@ -56,15 +56,6 @@ std::string whoSays(const std::vector<TraceLine>& lines, const std::string& word
 
 }  // namespace
 
-std::vector<std::string> TracedRun::traced(const std::vector<std::string>& options) const {
-  // A leak checker is a tracer itself, and a process has room for one.
-  std::vector<std::string> all{kStrace, "-f", "-E", "ASAN_OPTIONS=detect_leaks=0"};
-  all.insert(all.end(), options.begin(), options.end());
-  all.emplace_back("--");
-  all.insert(all.end(), command_.begin(), command_.end());
-  return all;
-}
-
 std::vector<CountedCall> TracedRun::calls(const std::filesystem::path& traceFile) const {
   ChildProcess program(traced({"-o", traceFile.string()}));
   if (program.wait() != 0) {
@@ -95,6 +86,15 @@ std::string TracedRun::lastWordsWhenKilledAt(const CountedCall& call) const {
     last = *line;
   }
   return program.wait() == 128 + SIGKILL ? last : "";
+}
+
+std::vector<std::string> TracedRun::traced(const std::vector<std::string>& options) const {
+  // A leak checker is a tracer itself, and a process has room for one.
+  std::vector<std::string> all{kStrace, "-f", "-E", "ASAN_OPTIONS=detect_leaks=0"};
+  all.insert(all.end(), options.begin(), options.end());
+  all.emplace_back("--");
+  all.insert(all.end(), command_.begin(), command_.end());
+  return all;
 }
 
 }  // namespace KELP::Test
