@@ -45,6 +45,11 @@ std::string Fault::injection() const {
   return "inject=" + call.name + ":" + result + ":when=" + when;
 }
 
+bool Fault::isInterruption() const {
+  static const std::set<std::string> kWaiting{"flock", "fsync", "pread64", "pwrite64"};
+  return error == "EINTR" && kWaiting.contains(call.name);
+}
+
 bool Fault::hindersRemoval() const {
   static const std::set<std::string> kNeeded{
       "unlink",   "unlinkat",   "rmdir", "openat", "open",  "newfstatat", "stat",    "lstat",

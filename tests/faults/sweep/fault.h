@@ -20,6 +20,8 @@ struct Fault {
   [[nodiscard]] int number() const;
   /** The expression for strace. */
   [[nodiscard]] std::string injection() const;
+  /** Whether it is a signal that comes while the library waits, or reads or writes a store. */
+  [[nodiscard]] bool isInterruption() const;
   /** Whether it keeps files from being removed. */
   [[nodiscard]] bool hindersRemoval() const;
 };

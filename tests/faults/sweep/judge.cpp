@@ -1,5 +1,7 @@
 #include "faults/sweep/judge.h"
 
+#include "faults/sweep/scenes.h"
+
 #include <algorithm>
 #include <iterator>
 #include <optional>
@@ -64,6 +66,18 @@ std::string strange(const std::string& name, const Map& before, const Map& after
          " and was to be " + inShort(in(after, name));
 }
 
+/** The priority that a line is stated to have. */
+int priorityOf(const LogLine& line) {
+  return line.text.starts_with("Report id mismatch: ") ? kWarning : kError;
+}
+
+bool tellsReason(const std::vector<LogLine>& lines, const std::vector<Stated>& stated) {
+  return std::ranges::any_of(lines, [&](const LogLine& line) {
+    return std::ranges::any_of(
+        stated, [&](const Stated& one) { return line.text.starts_with(one.message); });
+  });
+}
+
 std::set<std::string> wordsOf(const std::string& text) {
   std::istringstream stream(text);
   return {std::istream_iterator<std::string>(stream), {}};
@@ -111,6 +125,10 @@ bool Judge::isAnswer(const std::string& text) const {
 
 void Judge::judgeOutcome(const Fault& fault, const Report& report, Complaints& complaints) const {
   const Outcome& outcome = report.outcome;
+  if (fault.isInterruption() && outcome.kind != Outcome::Kind::Done &&
+      !operation_.expectation.interruptible) {
+    complaints.push_back("a signal ended it: " + outcome.text);
+  }
   switch (outcome.kind) {
     case Outcome::Kind::Done:
       if (!isAnswer(outcome.text)) complaints.push_back("wrong answer: " + outcome.text);
@@ -130,31 +148,9 @@ void Judge::judgeOutcome(const Fault& fault, const Report& report, Complaints& c
 
 void Judge::judgeError(const Fault& fault, const Report& report, Complaints& complaints) const {
   const Outcome& outcome = report.outcome;
-  const auto& lines = report.lines;
+  judgeLines(report, complaints);
+  if (outcome.text.empty()) return;
   const auto& stated = operation_.expectation.errors;
-  if (operation_.expectation.silent) {
-    if (!lines.empty()) complaints.push_back("a line that nobody expects: " + lines[0].text);
-    return;
-  }
-  if (lines.empty() && outcome.text != "Filter aborted without error condition") {
-    complaints.push_back("a failure without a line: " + outcome.text);
-  }
-  for (const LogLine& line : lines) {
-    const int priority = line.text.starts_with("Report id mismatch: ") ? kWarning : kError;
-    if (line.priority != priority || line.tag != "diagnosticdata") {
-      complaints.push_back("a line of another kind: " + line.text);
-    }
-  }
-  if (outcome.text.empty()) {  // Only the log tells why.
-    if (std::ranges::none_of(stated, [&](const Stated& one) {
-          return std::ranges::any_of(
-              lines, [&](const LogLine& line) { return line.text.starts_with(one.message); });
-        })) {
-      complaints.push_back("a reason that is not stated: " +
-                           (lines.empty() ? "none" : lines.back().text));
-    }
-    return;
-  }
   const auto error = std::ranges::find(stated, outcome.text, &Stated::message);
   if (error == stated.end()) {
     complaints.push_back("an error that is not stated: " + outcome.text);
@@ -163,9 +159,46 @@ void Judge::judgeError(const Fault& fault, const Report& report, Complaints& com
   }
 }
 
+/** Looks at what a failure logged. */
+void Judge::judgeLines(const Report& report, Complaints& complaints) const {
+  const auto& lines = report.lines;
+  const std::string& message = report.outcome.text;
+  if (operation_.expectation.silent) {
+    if (!lines.empty()) complaints.push_back("a line that nobody expects: " + lines[0].text);
+    return;
+  }
+  if (lines.empty() && message != "Filter aborted without error condition") {
+    complaints.push_back("a failure without a line: " + message);
+  }
+  for (const LogLine& line : lines) {
+    if (line.priority != priorityOf(line) || line.tag != "diagnosticdata") {
+      complaints.push_back("a line of another kind: " + line.text);
+    }
+  }
+  // Where nothing is returned, only the log tells why.
+  if (message.empty() && !lines.empty() && !tellsReason(lines, operation_.expectation.errors)) {
+    complaints.push_back("a reason that is not stated: " + lines.back().text);
+  }
+}
+
 /** Whether what was to be removed may be there. */
 bool Judge::mayBeLeft(const Case& ending, const std::string& path) const {
   return (ending.killed || ending.unremovable) && isUnder(operation_.expectation.left, path);
+}
+
+/** Whether a file does not fit to the list of contents, which is old or new: one that the list
+ * names is there, whole, and is removed only when it does not name it any more. */
+bool Judge::isAheadOfList(const std::string& path, const State& found) const {
+  const std::string list = inReport("metadata.db:report_contents");
+  const auto former = in(before_.values, list);
+  const auto later = in(after_.values, list);
+  const auto now = in(found.values, list);
+  if (former == later || isUnder(operation_.expectation.gone, path)) return false;
+  const auto entry = in(found.entries, path);
+  return (now == former && isUnder(operation_.expectation.left, path) &&
+          entry != in(before_.entries, path)) ||
+         (now == later && isUnder(operation_.expectation.begun, path) &&
+          entry != in(after_.entries, path));
 }
 
 bool Judge::mayStand(const Case& ending, const std::string& path, const State& found) const {
@@ -176,6 +209,7 @@ bool Judge::mayStand(const Case& ending, const std::string& path, const State& f
   if (now && !former && isScratch(path)) {
     return ending.killed || ending.unremovable || (ending.done && now == later);
   }
+  if (ending.killed && isAheadOfList(path, found)) return false;
   if (now == former && (!ending.done || mayBeLeft(ending, path))) return true;
   if (now == later && (ending.done || ending.killed)) return true;
   if (!now && isUnder(expected.gone, path)) return !ending.done;

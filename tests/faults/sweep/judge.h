@@ -38,7 +38,9 @@ class Judge {
 
   void judgeOutcome(const Fault& fault, const Report& report, Complaints& complaints) const;
   void judgeError(const Fault& fault, const Report& report, Complaints& complaints) const;
+  void judgeLines(const Report& report, Complaints& complaints) const;
   void judgeState(const Case& ending, const State& found, Complaints& complaints) const;
+  [[nodiscard]] bool isAheadOfList(const std::string& path, const State& found) const;
   [[nodiscard]] bool mayBeLeft(const Case& ending, const std::string& path) const;
   [[nodiscard]] bool mayStand(const Case& ending, const std::string& path,
                               const State& found) const;

@@ -28,7 +28,7 @@ std::vector<Operation> lockOperations() {
        prepareReport,
        openLocked,
        [](Scene& s) { return told(s.report->releaseLock()); },
-       {{{"Failed release lock for report", true}}}},
+       {.errors = {{"Failed release lock for report", true}}, .interruptible = true}},
   };
 }
 

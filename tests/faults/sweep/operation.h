@@ -56,6 +56,8 @@ struct Expectation {
   bool throwsAtEnd = false;
   /** Whether a failure is not logged. */
   bool silent = false;
+  /** Whether a signal may end it. */
+  bool interruptible = false;
   /** Whether it sets several keys, and may stop between them. */
   bool severalKeys = false;
   /** What may be there, whole or its beginning, though it failed or was killed. */
