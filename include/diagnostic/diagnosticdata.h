@@ -79,7 +79,8 @@ class KELP_EXPORT DiagnosticData {
    * not open is deleted without asking for its lock, also while it is being created.
    *
    * @param force true: also delete what does not open, or is only a part of a report.
-   * @return true when nothing of the report is left. Otherwise
+   * @return true when nothing of the report is left. With @p force, what cannot be examined counts
+   *         as not there: who may not look into the root is told true. Otherwise
    *         - unless @p force, the error of DiagnosticReport::_open or
    *           DiagnosticReport::deleteReport;
    *         - "Unable to acquire write lock on report" (code 0, no line beyond that of the lock);

@@ -562,6 +562,8 @@ class KELP_EXPORT DiagnosticReport {
    *         not valid" or "Temporary file to move to report does not have a path"; or the error of
    *         copyFileToFileProperty() with the line "Failed to copy temporary file to report file
    *         variations"; the temporary file is then kept.
+   * @throws as copyFileToFileProperty(), the temporary file being kept; and, when everything else
+   *         is done, as ReportTemporaryFile::cleanup().
    */
   Result moveReportTemporaryFileToFileProperty(std::string name, int variation,
                                                std::shared_ptr<ReportTemporaryFile> file,
@@ -577,8 +579,8 @@ class KELP_EXPORT DiagnosticReport {
 
   /**
    * Drops every variation whose level is above the smaller of the two consent levels, and then
-   * removes the files of those that are dropped; failing to remove one is no failure. The stage is
-   * marked by markDataPolicyApplied().
+   * removes the files of those that are dropped; failing to remove one is no failure. A consent
+   * level that cannot be read counts as 0. The stage is marked by markDataPolicyApplied().
    *
    * @return true; "Cannot remove content property variations from report with no contents"; or
    *         "Failed to write updated contents for variation removal". A dropped file whose path
