@@ -450,6 +450,10 @@ constexpr std::array kChanges{description,
 
 }  // namespace
 
+Change makeUpProperty(const Ingredients& of) {
+  return createProperty(of);
+}
+
 Change makeUpChange(const Ingredients& of) {
   return of.chance.of(kChanges)(of);
 }

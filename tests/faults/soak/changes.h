@@ -56,6 +56,10 @@ struct Ingredients {
 };
 
 /** Makes up a change of a report that is in the state before. */
-[[nodiscard]] Change makeUpChange(const Ingredients& of);
+using MakeUp = Change(const Ingredients& of);
+
+MakeUp makeUpChange;
+/** The creation of a property, such as a report begins with. */
+MakeUp makeUpProperty;
 
 }  // namespace KELP::Test::Soak

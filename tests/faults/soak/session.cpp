@@ -5,9 +5,9 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 #include <iterator>
-#include <ranges>
 #include <system_error>
 
 namespace KELP::Test::Soak {
@@ -37,12 +37,9 @@ std::size_t descriptorCount() {
 
 std::string lastLine(LogCapture& log) {
   const auto lines = log.take();
-  for (const LogLine& line : std::views::reverse(lines)) {
-    if (line.priority >= kWarning) {
-      return line.text;
-    }
-  }
-  return "nothing was logged";
+  const auto last = std::find_if(lines.rbegin(), lines.rend(),
+                                 [](const LogLine& line) { return line.priority >= kWarning; });
+  return last != lines.rend() ? last->text : "nothing was logged";
 }
 
 Session::Session(const Diagnostic::DiagnosticData& repository, const Journal& journal,
@@ -85,10 +82,11 @@ void Session::unlock() {
   }
 }
 
-void Session::change(Chance& chance, const std::string& number, const Place& place) {
+void Session::change(MakeUp* makeUp, Chance& chance, const std::string& number,
+                     const Place& place) {
   const fs::path directory = place.root / id_;
   const Change change =
-      makeUpChange({state_, chance, number, directory, place.work / ("source-" + place.who)});
+      makeUp({state_, chance, number, directory, place.work / ("source-" + place.who)});
   std::string text = change.name + ' ' + state_.token() + ' ' +
                      (change.refusal ? state_.token() : change.after.token());
   for (const ReportState& torn : change.torn) {
@@ -96,7 +94,9 @@ void Session::change(Chance& chance, const std::string& number, const Place& pla
   }
   journal_.write(Kind::Changing, id_, text);
   const long before = report_->getModifiedTime();
-  meetDoom(chance);
+  if (!change.refusal) {
+    meetDoom(chance);
+  }
   const std::time_t begin = std::time(nullptr);
   const Report::Result result = change.act(*report_);
   const long modified = report_->getModifiedTime();

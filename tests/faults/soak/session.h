@@ -55,7 +55,7 @@ class Session {
   void unlock();
 
   /** Makes up a change and makes it, under the write lock. */
-  void change(Chance& chance, const std::string& number, const Place& place);
+  void change(MakeUp* makeUp, Chance& chance, const std::string& number, const Place& place);
   /** Deletes the report, under the write lock. */
   void remove(Chance& chance);
 

