@@ -53,9 +53,9 @@ Place placeOf(std::string path) {
   if (separator == std::string::npos) {
     return {"", path};
   }
-  std::string parent = path.substr(0, separator);
-  const bool isRoot = parent.find_first_not_of('/') == std::string::npos;
-  return {isRoot ? "/" : parent, path.substr(separator + 1)};
+  const std::size_t end = path.find_last_not_of('/', separator);
+  const std::string parent = end == std::string::npos ? "/" : path.substr(0, end + 1);
+  return {parent, path.substr(separator + 1)};
 }
 
 /** Whether @p path is @p directory or below it, both resolved. */
