@@ -202,7 +202,9 @@ void Audit::seen(const Entry& entry, Trail& trail) {
   const auto words = entry.words();
   const std::string& token = words.at(0);
   if (!trail.deleters.empty() || trail.deleted != 0) {
-    trail.states.clear();
+    if (!trail.states.contains(token)) {
+      trail.states.clear();
+    }
     return;
   }
   if (trail.torn != 0) {
@@ -249,7 +251,7 @@ void Audit::takeChange(const Entry& entry, Trail& trail) {
   switch (entry.kind) {
     case Kind::Changing: {
       const auto words = entry.words();
-      if (isKnown && !trail.states.contains(words.at(1))) {
+      if (isKnown && !trail.states.empty() && !trail.states.contains(words.at(1))) {
         complain(entry.id, "was changed by somebody who had no lock");
       }
       trail.change.emplace(words.begin() + 1, words.end());
@@ -278,9 +280,8 @@ void Audit::takeChange(const Entry& entry, Trail& trail) {
 /** The change that was under way has ended. @param outcome which of its states is there now. */
 void Audit::changed(Trail& trail, std::size_t outcome) {
   ++checks_;
-  const bool isDying = !trail.deleters.empty() || trail.deleted != 0;
   trail.states.clear();
-  if (trail.change && !isDying) {
+  if (trail.change) {
     trail.states = {trail.change->at(outcome)};
   }
   trail.change.reset();

@@ -109,6 +109,19 @@ constexpr Case kCases[] = {
     {"NotDeleted", "w1 D r\nw1 n r Encountered errors while removing report files\n",
      "is not deleted"},
     {"NotOpenedToBeDeleted", "w1 D r\nw1 n r Report id mismatch\n", "does not open to be deleted"},
+    {"ChangedBesideADeletionThatIsRefused",
+     "w1 S r\nw2 D r\nw1 L r 0.0 full\nw1 I r x 0.0 1.0\nw1 A r x\n"
+     "w2 n r Unable to acquire write lock on report\nw1 I r x 1.0 2.0\nw1 A r x\nw1 U r\nw1 E r\n"
+     "w3 S r\nw3 l r 2.0 full\n",
+     ""},
+    {"LostBesideADeletionThatIsRefused",
+     "w1 S r\nw2 D r\nw1 L r 0.0 full\nw1 I r x 0.0 1.0\nw1 A r x\nw1 U r\nw1 E r\n"
+     "w2 n r Unable to acquire write lock on report\nw3 S r\nw3 l r 0.0 full\n",
+     "is in a state that nobody left"},
+    {"StateNotKnownBesideADeletionThatIsRefused",
+     "w1 S r\nw2 D r\nw1 L r 8.0 full\nw2 n r Unable to acquire write lock on report\n"
+     "w1 I r x 8.0 9.0\nw1 A r x\n",
+     ""},
     {"LostByATornDeletion", "w1 D r\nw1 K -\nw2 S r\nw2 l r 3.0 full\n",
      "lost a change though its deletion was cut short"},
     {"FilesLostByATornDeletion", "w1 D r\nw1 K -\nw2 S r\nw2 l r 0.5 full\n", ""},
