@@ -85,8 +85,7 @@ void Session::unlock() {
 void Session::change(MakeUp* makeUp, Chance& chance, const std::string& number,
                      const Place& place) {
   const fs::path directory = place.root / id_;
-  const Change change =
-      makeUp({state_, chance, number, directory, place.work / ("source-" + place.who)});
+  const Change change = makeUp({state_, chance, number, directory, place.source()});
   std::string text = change.name + ' ' + state_.token() + ' ' +
                      (change.refusal ? state_.token() : change.after.token());
   for (const ReportState& torn : change.torn) {

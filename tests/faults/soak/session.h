@@ -26,6 +26,8 @@ struct Place {
   std::uint64_t seed;
 
   [[nodiscard]] std::filesystem::path journal() const { return work / "journal"; }
+  /** What the process copies into reports. */
+  [[nodiscard]] std::filesystem::path source() const { return work / who; }
 };
 
 /** The identifiers that name something in the root, whether it is a report or not. */

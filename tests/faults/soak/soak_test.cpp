@@ -60,6 +60,7 @@ class Soak : public testing::Test {
   void end(std::size_t place, const testing::Matcher<int>& expected) {
     EXPECT_THAT(workers_[place]->wait(), expected) << names_[place];
     workers_[place].reset();
+    std::filesystem::remove(directory_ / names_[place]);  // What it copied into reports.
     journal_.writeFor(names_[place], Kind::Ended, "-");
   }
 
