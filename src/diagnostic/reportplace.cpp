@@ -192,6 +192,24 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { ::closedir(directory); }
 };
 
+using Entries = std::unique_ptr<DIR, CloseDirectory>;
+
+/** What is in an open directory; nothing when that cannot be read, with the reason in `errno`. */
+Entries entriesOf(int directory) {
+  FileDescriptor again = openAt(directory, ".", O_RDONLY | O_DIRECTORY);
+  Entries entries(again ? ::fdopendir(again.get()) : nullptr);
+  if (entries) {
+    again.release();
+  }
+  return entries;
+}
+
+/** Whether an entry could not be removed, for the reason @p code, because it is a directory with
+ *  something in it. */
+bool isFilledDirectory(int directory, const std::string& name, const std::error_code& code) {
+  return code && (code == std::errc::directory_not_empty || typeOf(directory, name) == S_IFDIR);
+}
+
 /** A directory that is being emptied. */
 struct Level {
   struct stat status {};             ///< Which one it is.
@@ -203,25 +221,24 @@ std::error_code removeFilesOf(int directory, Level& level) {
   if (::fstat(directory, &level.status) != 0) {
     return lastError();
   }
-  const int again = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, CloseDirectory> entries(again < 0 ? nullptr : ::fdopendir(again));
+  const Entries entries = entriesOf(directory);
   if (!entries) {
     return lastError();
   }
+  errno = 0;
   while (const dirent* const entry = ::readdir(entries.get())) {
     const std::string name = entry->d_name;
-    if (name == "." || name == "..") {
-      continue;
+    if (name != "." && name != "..") {
+      const std::error_code code = removeEntry(directory, name);
+      if (isFilledDirectory(directory, name, code)) {
+        level.subdirs.push_back(name);
+      } else if (code) {
+        return code;
+      }
     }
-    const std::error_code code = removeEntry(directory, name);
-    if (code && typeOf(directory, name) != S_IFDIR) {
-      return code;
-    }
-    if (code) {
-      level.subdirs.push_back(name);
-    }
+    errno = 0;
   }
-  return {};
+  return errno == 0 ? std::error_code() : lastError();
 }
 
 /** Opens a directory for reading it, by a name that is no symbolic link. */
@@ -236,13 +253,11 @@ std::error_code goDown(FileDescriptor& directory, std::vector<Level>& levels) {
     directory = std::move(below);
     return removeFilesOf(directory.get(), levels.emplace_back());
   }
-  const std::error_code code = lastError();
-  if (typeOf(directory.get(), name) == S_IFDIR) {
-    return code;
-  }
-  const std::error_code removed = removeEntry(directory.get(), name);
+  const std::error_code unopened = lastError();
+  const std::error_code code = removeEntry(directory.get(), name);
+  const bool isFilled = isFilledDirectory(directory.get(), name, code);
   levels.back().subdirs.pop_back();
-  return removed;
+  return isFilled ? unopened : code;
 }
 
 /**
@@ -308,6 +323,8 @@ std::error_code copyFile(const fs::path& source, const ReportPlace& place) {
     if (const std::error_code code = whyNoDestination(status, opened)) {
       return code;
     }
+  } else if (errno != ENOENT) {
+    return lastError();  // There may be a link.
   }
   return overwriteFile(opened, place);
 }
@@ -325,7 +342,7 @@ void removeFiles(const fs::path& report, const fs::path& path) {
 
 std::error_code removeTree(int directory, const std::string& name) {
   std::error_code code = removeEntry(directory, name);
-  if (!code || typeOf(directory, name) != S_IFDIR) {
+  if (!isFilledDirectory(directory, name, code)) {
     return code;
   }
   FileDescriptor opened = openForReading(directory, name);

@@ -42,6 +42,9 @@ class FileDescriptor {
    *  reason in `errno`. */
   bool close() { return ::close(std::exchange(descriptor_, -1)) == 0; }
 
+  /** Gives up what is owned, without closing it. */
+  int release() { return std::exchange(descriptor_, -1); }
+
   /** Closes what is owned. Leaves `errno` alone. */
   void reset() {
     if (descriptor_ >= 0) {
