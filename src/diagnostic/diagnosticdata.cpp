@@ -1,3 +1,4 @@
+#include "diagnostic/direntry.h"
 #include "diagnostic/failure.h"
 #include "diagnostic/removefiles.h"
 
@@ -77,17 +78,13 @@ Result removeRemains(const fs::path& directory) {
   return true;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
 /**
  * Calls @p visit with the name and status of each entry of @p root whose name does not begin with
  * ".". An entry without a status is visited too, after a line in the form @p line.
  */
 template <typename Visit>
 void forEachEntry(const fs::path& root, OS::LogFormat<const char*> line, const Visit& visit) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(root.c_str()));
+  const DirectoryEntries directory(::opendir(root.c_str()));
   if (!directory) {
     return;
   }

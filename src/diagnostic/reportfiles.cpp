@@ -1,4 +1,6 @@
 #include "diagnostic/contentsearch.h"
+#include "diagnostic/copyfile.h"
+#include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
 #include "diagnostic/reportplace.h"
 

@@ -1,6 +1,6 @@
+#include "diagnostic/removefiles.h"
 #include "diagnostic/reportcontentsformat.h"
 #include "diagnostic/reportmetadata.h"
-#include "diagnostic/reportplace.h"
 #include "os/filedescriptor.h"
 
 #include <diagnostic/diagnosticreport.h>

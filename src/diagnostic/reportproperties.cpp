@@ -1,6 +1,6 @@
 #include "diagnostic/contentsearch.h"
+#include "diagnostic/removefiles.h"
 #include "diagnostic/reportmetadata.h"
-#include "diagnostic/reportplace.h"
 #include "diagnostic/typeword.h"
 
 #include <diagnostic/diagnosticreport.h>
