@@ -2,6 +2,7 @@
 
 #include "faults/sweep/scenes.h"
 #include "support/childprocess.h"
+#include "support/sanitizers.h"
 #include "support/strace.h"
 #include "support/waituntil.h"
 
@@ -67,6 +68,7 @@ bool sweepsAll() {
 
 void Sweep::SetUp() {
   if (const std::string why = whyNoStrace(); !why.empty()) GTEST_SKIP() << why;
+  if (kHasAddressSanitizer) GTEST_SKIP() << "the sanitizer makes system calls of its own";
   scene_.root = directory_ / "root";
   scene_.outside = directory_ / "outside";
   makeOutside();
