@@ -147,5 +147,12 @@ TEST_F(StoreTest, OnAnEmptyOrEndlessPathIsNotReady) {
   expectNotReady(deep);
 }
 
+TEST_F(StoreTest, OnAPathWithANulIsNotTheOneUpToIt) {
+  writeFile(file(), sampleLog().bytes());
+  KeyValueStore store = openStore(file().native() + std::string("\0more", 5));
+  expectNotReady(store);
+  EXPECT_EQ(entriesOf(directory().path()), std::vector<std::string>{"metadata.db"});
+}
+
 }  // namespace
 }  // namespace KELP::Test
