@@ -26,7 +26,8 @@ inline std::error_code lastError() {
   return {errno, std::generic_category()};
 }
 
-inline OS::FileDescriptor openAt(int directory, const std::string& name, int flags, mode_t mode = 0) {
+inline OS::FileDescriptor openAt(int directory, const std::string& name, int flags,
+                                 mode_t mode = 0) {
   return OS::FileDescriptor(OS::retryOnSignal(
       [&] { return ::openat(directory, name.c_str(), flags | O_CLOEXEC, mode); }));
 }

@@ -140,7 +140,8 @@ void requireFileHas(const std::filesystem::path& path, const Map& map) {
   require(reading.end == file.size(), "a writer removes a torn tail");
 }
 
-/** Makes the file of a sound store so large that a change compacts it; @p map is what it then has. */
+/** Makes the file of a sound store so large that a change compacts it; @p map is what it then has.
+ */
 void requireCompacts(KeyValueStore& store, const std::filesystem::path& path, Map& map) {
   const std::string key = "a key that was large";
   require(store.set(key, std::string(kCompactedAbove, '\0')), "a sound store takes a large value");

@@ -97,8 +97,8 @@ TEST_F(ClockTest, ReadsSpans) {
 }
 
 TEST_F(ClockTest, RefusesWhatIsNoSpan) {
-  for (const std::string text :
-       {"", "5", "s", "-5s", "-0s", "+5s", " 5s", "5 s", "5S", "5y", "5ss", "1.5h", "9999999999s"}) {
+  for (const std::string text : {"", "5", "s", "-5s", "-0s", "+5s", " 5s", "5 s", "5S", "5y", "5ss",
+                                 "1.5h", "9999999999s"}) {
     try {
       const long seconds = parseSpan(text);
       ADD_FAILURE() << text << " was taken as " << seconds;
@@ -115,7 +115,8 @@ TEST_F(ClockTest, ReadsHowLongToWait) {
   for (const auto& [text, milliseconds] : spans) {
     EXPECT_EQ(parseWait(text), milliseconds) << text;
   }
-  for (const std::string text : {"", "ms", "-1ms", "-0ms", "5 ms", "5sms", "5MS", "1.5ms", "5mms"}) {
+  for (const std::string text :
+       {"", "ms", "-1ms", "-0ms", "5 ms", "5sms", "5MS", "1.5ms", "5mms"}) {
     EXPECT_THROW(static_cast<void>(parseWait(text)), Failure) << text;
   }
 }
