@@ -58,7 +58,7 @@ Result removeRemains(const fs::path& directory) {
       return true;
     }
   }
-  // A link in the directory's place is removed, and so is nothing where it leads to.
+  // Nothing is removed where a link in the directory's place leads to; the link itself is, below.
   const OS::FileDescriptor opened = openDirectory(AT_FDCWD, directory);
   for (const Remains& remains : kRemains) {
     if (opened && isThere(directory / remains.name) &&

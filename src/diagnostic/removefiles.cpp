@@ -116,7 +116,7 @@ std::error_code emptyDirectory(FileDescriptor directory) {
 
 void removeFiles(const fs::path& report, const fs::path& path) {
   ReportPlace place;
-  if (findPlace(report, path, Missing::Fail, place)) {
+  if (findPlace(report, path, place)) {
     return;
   }
   const mode_t type = typeOf(place.directory.get(), place.name);

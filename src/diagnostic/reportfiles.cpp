@@ -39,7 +39,7 @@ std::error_code copyWithin(const fs::path& report, const fs::path& source,
     return code;
   }
   ReportPlace place;
-  code = findPlace(report, destination, Missing::Fail, place);
+  code = findPlace(report, destination, place);
   return code ? code : copyFile(source, place);
 }
 

@@ -1,7 +1,7 @@
+#include "diagnostic/direntry.h"
 #include "diagnostic/removefiles.h"
 #include "diagnostic/reportcontentsformat.h"
 #include "diagnostic/reportmetadata.h"
-#include "os/filedescriptor.h"
 
 #include <diagnostic/diagnosticreport.h>
 
@@ -28,8 +28,7 @@ using Result = DiagnosticReport::Result;
 std::ifstream openStored(const fs::path& path) {
   std::ifstream stream;
   stream.setstate(std::ios::failbit);
-  const OS::FileDescriptor file(OS::retryOnSignal(
-      [&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  const OS::FileDescriptor file = openAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   struct stat status {};
   if (file && ::fstat(file.get(), &status) == 0 &&
       (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {

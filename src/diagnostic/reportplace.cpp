@@ -13,6 +13,9 @@ namespace {
 namespace fs = std::filesystem;
 using OS::FileDescriptor;
 
+/** What to do about directories that are missing. */
+enum class Missing { MakeDirectories, Fail };
+
 /** Opens a directory in an open one, and makes it when it is missing and that is wanted. */
 FileDescriptor enter(int directory, const std::string& name, Missing missing) {
   FileDescriptor entered = openDirectory(directory, name);
@@ -52,11 +55,10 @@ std::error_code openWithin(const fs::path& report, const fs::path& directory, Mi
 
 }  // namespace
 
-std::error_code findPlace(const fs::path& report, const fs::path& path, Missing missing,
-                          ReportPlace& place) {
+std::error_code findPlace(const fs::path& report, const fs::path& path, ReportPlace& place) {
   const fs::path entry = path.has_filename() ? path : path.parent_path();
   place.name = entry.filename();
-  return openWithin(report, entry.parent_path(), missing, place.directory);
+  return openWithin(report, entry.parent_path(), Missing::Fail, place.directory);
 }
 
 std::error_code makeDirectories(const fs::path& report, const fs::path& directory) {

@@ -19,9 +19,6 @@ struct ReportPlace {
   std::string name;
 };
 
-/** What to do about directories that are missing. */
-enum class Missing { MakeDirectories, Fail };
-
 /**
  * Finds the place of @p path in the report's directory @p report. Links that are there now are
  * followed within the report; one that comes up later is an error.
@@ -29,7 +26,7 @@ enum class Missing { MakeDirectories, Fail };
  * @param path has passed the check that it lies in the report.
  */
 std::error_code findPlace(const std::filesystem::path& report, const std::filesystem::path& path,
-                          Missing missing, ReportPlace& place);
+                          ReportPlace& place);
 
 /** Makes the directory @p directory of a report, and those above it. */
 std::error_code makeDirectories(const std::filesystem::path& report,
