@@ -4,6 +4,7 @@
 
 #include "faults/hostile/scene.h"
 #include "support/childprocess.h"
+#include "support/setting.h"
 #include "unit/os/storefile.h"
 
 #include <diagnostic/diagnosticdata.h>
@@ -14,7 +15,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <random>
@@ -25,11 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 using Diagnostic::DiagnosticData;
 using Diagnostic::DiagnosticReport;
-
-unsigned numberFrom(const char* variable, unsigned usual) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? usual : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
-}
 
 Diagnostic::ReportUuid subjectId() {
   Diagnostic::ReportUuid id;
@@ -161,8 +156,8 @@ class SwapRace : public testing::TestWithParam<Race> {
 };
 
 TEST_P(SwapRace, LeadsNobodyOutAndDoesNotHang) {
-  const std::chrono::seconds length(numberFrom("KELP_HOSTILE_SECONDS", 1));
-  const unsigned seed = numberFrom("KELP_HOSTILE_SEED", std::random_device()());
+  const std::chrono::seconds length(setting("KELP_HOSTILE_SECONDS", 1));
+  const auto seed = static_cast<unsigned>(setting("KELP_HOSTILE_SEED", std::random_device()()));
   ::alarm(static_cast<unsigned>(length.count()) + 30);  // A hang ends this process.
   const Entries before = scene_.untouchable();
   renew();

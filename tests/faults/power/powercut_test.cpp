@@ -7,13 +7,13 @@
 #include "faults/power/promises.h"
 #include "faults/power/recordedrun.h"
 #include "support/childprocess.h"
+#include "support/setting.h"
 #include "support/smalldisk.h"
 #include "unit/foundation/seed.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <optional>
 #include <random>
@@ -27,8 +27,7 @@ using testing::IsEmpty;
 
 /** How often each sampled model is tried on each run. */
 std::size_t sampledCuts() {
-  const char* const asked = std::getenv("KELP_POWER_CUTS");
-  return asked == nullptr ? 100 : std::strtoul(asked, nullptr, 10);
+  return setting("KELP_POWER_CUTS", 100);
 }
 
 class PowerCut : public testing::TestWithParam<PowerRun> {

@@ -4,6 +4,8 @@
 
 #include "faults/power/examination.h"
 #include "faults/power/runs.h"
+#include "support/reportkeys.h"
+#include "unit/os/storefixture.h"
 
 #include <diagnostic/diagnosticdata.h>
 #include <os/keyvaluestore.h>
@@ -21,39 +23,6 @@ namespace fs = std::filesystem;
 using Diagnostic::DiagnosticData;
 using Diagnostic::DiagnosticReport;
 using Diagnostic::ReportUuid;
-using Option = OS::KVStoreOpenOption;
-
-std::vector<std::string> reportKeys() {
-  return {"report_id",
-          "app_id",
-          "build_id",
-          "user_id",
-          "device_id",
-          "session_id",
-          "report_version",
-          "created",
-          "modified",
-          "current_consent_level",
-          "max_consent_level",
-          "report_creation_complete",
-          "user_interaction_complete",
-          "data_collection_complete",
-          "data_policy_applied",
-          "upload_complete",
-          "description",
-          "pid",
-          "process_name",
-          "loaded_libraries",
-          "report_contents"};
-}
-
-StoreMap readStore(OS::KeyValueStore& store, const std::vector<std::string>& keys) {
-  StoreMap state;
-  for (const std::string& key : keys) {
-    if (const auto value = store.get(key)) state[key] = *value;
-  }
-  return state;
-}
 
 void fault(const std::string& name, const std::string& what) {
   std::cout << "fault " << name << ' ' << what << '\n';
@@ -84,7 +53,7 @@ class FoundReport {
     }
     OS::KeyValueStore store((world_.top / name_ / "metadata.db").string(), "metadata",
                             {Option::ReadOnly, Option::Shared});
-    std::cout << "opens " << name_ << ' ' << describeState(readStore(store, reportKeys())) << '\n';
+    std::cout << "opens " << name_ << ' ' << describeState(readKeys(store, reportKeys())) << '\n';
     expectPaths(report);
   }
 
@@ -174,7 +143,7 @@ void examineStore(const World& world) {
     std::cout << "fails store.db not ready\n";
     return;
   }
-  std::cout << "opens store.db " << describeState(readStore(store, storeKeys())) << '\n';
+  std::cout << "opens store.db " << describeState(readKeys(store, storeKeys())) << '\n';
   check(store.set("e", "after the cut") && store.get("e") == "after the cut", "store.db",
         "cannot be changed");
 }

@@ -1,5 +1,6 @@
 #include "faults/power/runs.h"
 
+#include "support/namedrow.h"
 #include "support/temporarydirectory.h"
 
 #include <diagnostic/diagnosticdata.h>
@@ -320,10 +321,7 @@ const std::vector<PowerRun>& powerRuns() {
 }
 
 const PowerRun& powerRun(const std::string& name) {
-  for (const PowerRun& run : powerRuns()) {
-    if (run.name == name) return run;
-  }
-  throw std::invalid_argument(name);
+  return rowNamed(powerRuns(), name);
 }
 
 }  // namespace KELP::Test

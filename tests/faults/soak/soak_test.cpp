@@ -4,6 +4,7 @@
 #include "faults/soak/journal.h"
 #include "support/childprocess.h"
 #include "support/sanitizers.h"
+#include "support/setting.h"
 #include "support/temporarydirectory.h"
 
 #include <gmock/gmock.h>
@@ -11,7 +12,6 @@
 #include <signal.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -28,12 +28,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::size_t kWorkers = 8;
-
-/** A number from the environment. */
-std::uint64_t setting(const char* name, std::uint64_t otherwise) {
-  const char* const text = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): one thread.
-  return text != nullptr ? std::stoull(text) : otherwise;
-}
 
 struct Measure {
   long descriptors = 0;

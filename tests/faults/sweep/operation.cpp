@@ -1,7 +1,8 @@
 #include "faults/sweep/operation.h"
 
+#include "support/namedrow.h"
+
 #include <iterator>
-#include <stdexcept>
 
 namespace KELP::Test {
 
@@ -19,10 +20,7 @@ const std::vector<Operation>& allOperations() {
 }
 
 const Operation& operationNamed(const std::string& name) {
-  for (const Operation& operation : allOperations()) {
-    if (operation.name == name) return operation;
-  }
-  throw std::invalid_argument(name);
+  return rowNamed(allOperations(), name);
 }
 
 }  // namespace KELP::Test

@@ -1,24 +1,29 @@
 #include "faults/sweep/state.h"
 
 #include "faults/sweep/scenes.h"
+#include "support/reportkeys.h"
 #include "support/temporarydirectory.h"
 
 #include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <string>
+#include <vector>
 
 namespace KELP::Test {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kKeys[] = {
-    "report_id", "app_id", "build_id", "user_id", "device_id", "session_id", "report_version",
-    "created", "modified", "current_consent_level", "max_consent_level", "report_creation_complete",
-    "user_interaction_complete", "data_collection_complete", "data_policy_applied",
-    "upload_complete", "description", "pid", "process_name", "loaded_libraries", "report_contents",
-    // Of the scenes with a store alone.
-    "a", "b", "c", "torn", "absent"};
+/** The keys of reports, and those of the scenes with a store alone. */
+const std::vector<std::string>& allKeys() {
+  static const std::vector<std::string> all = [] {
+    std::vector<std::string> keys = reportKeys();
+    keys.insert(keys.end(), {"a", "b", "c", "torn", "absent"});
+    return keys;
+  }();
+  return all;
+}
 
 bool isStore(const fs::path& path) {
   return path.extension() == ".db";
@@ -66,7 +71,7 @@ void readStore(const fs::path& path, const std::string& name, State& state) {
   using Option = OS::KVStoreOpenOption;
   OS::KeyValueStore store(path.string(), "", {Option::ReadOnly, Option::Shared});
   if (store.isReady()) state.usable.insert(name);
-  for (const char* key : kKeys) {
+  for (const std::string& key : allKeys()) {
     if (const auto value = store.get(key)) {
       state.values[name + ":" + key] = valueOf(key, *value, path.parent_path());
     }

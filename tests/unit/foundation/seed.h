@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstdlib>
+#include "support/setting.h"
+
 #include <random>
 #include <string>
 
@@ -9,8 +10,7 @@ namespace KELP::Test {
 /** The seed of tests with random input: always the same, unless KELP_TEST_SEED asks for another. */
 [[nodiscard]] inline unsigned testSeed() {
   constexpr unsigned kUsual = 20'240'611;
-  const char* asked = std::getenv("KELP_TEST_SEED");
-  return asked == nullptr ? kUsual : static_cast<unsigned>(std::strtoul(asked, nullptr, 10));
+  return static_cast<unsigned>(setting("KELP_TEST_SEED", kUsual));
 }
 
 /** For SCOPED_TRACE, so that a failure can be repeated. */

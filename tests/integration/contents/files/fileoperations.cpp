@@ -1,5 +1,6 @@
 #include "integration/contents/files/fileoperations.h"
 
+#include "support/namedrow.h"
 #include "support/temporarydirectory.h"
 
 #include <algorithm>
@@ -101,10 +102,7 @@ const std::vector<FileOperation>& fileOperations() {
 }
 
 const FileOperation& fileOperation(const std::string& name) {
-  for (const FileOperation& operation : fileOperations()) {
-    if (operation.name == name) return operation;
-  }
-  throw std::invalid_argument(name);
+  return rowNamed(fileOperations(), name);
 }
 
 void makeOutside(const fs::path& outside) {
