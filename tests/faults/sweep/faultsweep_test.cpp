@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace KELP::Test {
 namespace {
@@ -25,8 +26,14 @@ class FaultSweep : public Sweep {
 
   void tryFault(const Fault& fault) {
     // Only the calls of that name stop, which makes it several times as fast.
-    const Ending ending =
-        run({"--seccomp-bpf", "-e", "trace=" + fault.call.name, "-e", fault.injection()});
+    std::vector<std::string> options{"--seccomp-bpf", "-e", "trace=" + fault.call.name, "-e",
+                                     fault.injection()};
+    if (fault.extent == Fault::Extent::FromThenOn) {
+      // It goes on to the program's end, where coverage adds its counts to those on disk, and takes
+      // a file that it cannot read for a new one.
+      options.insert(options.end(), {"-E", "GCOV_PREFIX=" + spoiltCounts()});
+    }
+    const Ending ending = run(std::move(options));
     ASSERT_FALSE(ending.hung);
     ASSERT_EQ(ending.status, 0) << "it crashed";
     ASSERT_TRUE(ending.report.ended);

@@ -33,6 +33,8 @@ class Sweep : public testing::TestWithParam<Operation> {
   [[nodiscard]] const std::vector<CountedCall>& calls() const { return calls_; }
   [[nodiscard]] const Judge& judge() const { return *judge_; }
   [[nodiscard]] std::filesystem::path root() const { return scene_.root; }
+  /** A place for what coverage counts in a process that cannot write it properly. */
+  [[nodiscard]] std::string spoiltCounts() const { return directory_ / "counts"; }
   /** Whether the files outside the root are as they were. */
   [[nodiscard]] bool outsideIsUntouched() const;
 
