@@ -45,8 +45,16 @@ void syncDirectory(const std::string& path) {
   closeFile(directory);
 }
 
+void lookAt(const std::string& path) {
+  struct stat status {};
+  checked(::stat(path.c_str(), &status), "stat");
+}
+
+/** What is there is looked at before any of it is opened: opening may change it. */
 void openReportFiles(const std::string& lockPath, const std::string& storePath,
                      std::string& buffer) {
+  lookAt(lockPath);
+  lookAt(storePath);
   const int lock = openFile(lockPath, O_RDWR);
   checked(::flock(lock, LOCK_SH | LOCK_NB), "flock");
   checked(::flock(lock, LOCK_UN), "flock");
@@ -68,6 +76,7 @@ std::size_t openEachReport(const std::string& root, std::string& buffer, Visit v
     directory.assign(root).append("/").append(name);
     lock.assign(directory).append("/lock");
     store.assign(directory).append("/metadata.db");
+    lookAt(directory);
     openReportFiles(lock, store, buffer);
     visit(directory);
     ++count;

@@ -42,11 +42,12 @@ enum class Durable { No, Yes };
 /** Creates a report: mkdir, two files, flock, and one append() for each of @p records. */
 void createReport(const Report& report, const std::vector<std::string>& records, Durable durable);
 
-/** Opens a report and closes it: both files, a shared lock and its release, one read of the store
- *  into @p buffer. */
+/** Opens a report and closes it: a look at both files, then both, a shared lock and its release,
+ * one read of the store into @p buffer. */
 void openReport(const Report& report, std::string& buffer);
 
-/** Opens, as openReport() does, all reports of @p root. @return how many there are. */
+/** Looks at each entry of @p root and opens it, as openReport() does. @return how many there are.
+ */
 std::size_t openAllReports(const std::string& root, std::string& buffer);
 
 /** Reads the report's directory, unlinks both files and removes it. */

@@ -693,8 +693,6 @@ class KELP_EXPORT DiagnosticReport {
   KELP_HIDDEN Result waitForLock(const LockKind& kind, long timeoutMs);
   KELP_HIDDEN void resetLock(int descriptor);
 
-  KELP_HIDDEN void openStore(const std::filesystem::path& path);
-
   [[nodiscard]] KELP_HIDDEN int permittedLevel() const;
   KELP_HIDDEN PathResult filePathOf(const std::optional<Variations>& variation) const;
 

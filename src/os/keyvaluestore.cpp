@@ -170,19 +170,20 @@ class KeyValueStore::Impl {
 
   /** Brings the map up to one change. */
   void apply(std::string_view key, Value value) {
-    const auto found = records_.find(key);
-    if (found != records_.end()) {
-      live_ -= StoreFormat::encodedSize(found->first, found->second);
+    const auto place = records_.lower_bound(key);
+    const bool found = place != records_.end() && place->first == key;
+    if (found) {
+      live_ -= StoreFormat::encodedSize(key, place->second);
     }
     if (value) {
       live_ += StoreFormat::encodedSize(key, value);
     }
-    if (value && found != records_.end()) {
-      found->second = *value;
+    if (found && value) {
+      place->second = *value;
+    } else if (found) {
+      records_.erase(place);
     } else if (value) {
-      records_.emplace(key, *value);
-    } else if (found != records_.end()) {
-      records_.erase(found);
+      records_.emplace_hint(place, key, *value);
     }
   }
 
