@@ -19,27 +19,60 @@ fs::path resolve(const fs::path& path, bool requireExisting, std::error_code& er
   return requireExisting ? fs::canonical(path, error) : fs::weakly_canonical(path, error);
 }
 
-/** Whether @p path is the text of @p directory, one separator and one name. */
-bool namesEntryOf(std::string_view directory, std::string_view path) {
-  if (directory.ends_with('/') || !path.starts_with(directory)) {
+/** Whether @p path is the text of @p directory, followed by separators and plain names in turn. */
+bool isBelowByText(std::string_view directory, std::string_view path) {
+  if (directory.ends_with('/') || directory.size() >= path.size() || !path.starts_with(directory)) {
     return false;
   }
-  const std::string_view rest = path.substr(directory.size());
-  return rest.size() > 1 && rest.rfind('/') == 0 && rest != "/." && rest != "/..";
+  path.remove_prefix(directory.size());
+  while (path.starts_with('/')) {
+    path.remove_prefix(1);
+    const std::string_view name = path.substr(0, path.find('/'));
+    if (name.empty() || name == "." || name == "..") {
+      return false;
+    }
+    path.remove_prefix(name.size());
+  }
+  return path.empty();
+}
+
+/** Whether the system can look up all of @p path, or all but a missing end of it. */
+bool canBeLookedUp(const std::string& path, bool requireExisting) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ||
+         (!requireExisting && (errno == ENOENT || errno == ENOTDIR));
 }
 
 /**
  * Whether resolving @p directory is sure to work, found out by one look instead of one for each of
  * its components. False says nothing.
  *
- * When the whole path can be looked up, or all but a missing end of it, then so can each of its
- * beginnings, which is all that resolving does. A relative path also needs the working directory.
+ * When the whole path can be looked up, then so can each of its beginnings, which is all that
+ * resolving does. A relative path also needs the working directory.
  */
 bool surelyResolves(const std::string& directory, bool requireExisting) {
-  struct stat status {};
-  return directory.starts_with('/') &&
-         (::stat(directory.c_str(), &status) == 0 ||
-          (!requireExisting && (errno == ENOENT || errno == ENOTDIR)));
+  return directory.starts_with('/') && canBeLookedUp(directory, requireExisting);
+}
+
+/**
+ * Whether @p path, which is below @p directory by its text, is sure to resolve to a place there,
+ * found out by one look at each directory in between. False says nothing.
+ *
+ * Where none of them is a symbolic link, both sides resolve to the same beginning.
+ */
+bool surelyStaysBelow(const std::string& directory, const std::string& path, bool requireExisting) {
+  for (std::size_t end = path.find('/', directory.size() + 1); end != std::string::npos;
+       end = path.find('/', end + 1)) {
+    struct stat status {};
+    if (::lstat(path.substr(0, end).c_str(), &status) != 0) {
+      // The first that is missing: what is behind it cannot be a link, but be too long.
+      return !requireExisting && canBeLookedUp(path.substr(0, path.rfind('/')), false);
+    }
+    if (S_ISLNK(status.st_mode)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -47,9 +80,17 @@ bool surelyResolves(const std::string& directory, bool requireExisting) {
 bool VerifyFilePathIsWithinRequiredDirectory(const std::string& path,
                                              const std::string& requiredDir, bool requireExisting,
                                              bool allowNested) {
-  // The usual question, about a file directly in the directory: both sides resolve to the same.
-  if (namesEntryOf(requiredDir, path) && surelyResolves(requiredDir, requireExisting)) {
-    return true;
+  // The usual questions, about a file that the caller has put below the directory.
+  if (isBelowByText(requiredDir, path)) {
+    const bool nested = path.find('/', requiredDir.size() + 1) != std::string::npos;
+    if (!nested && surelyResolves(requiredDir, requireExisting)) {
+      return true;
+    }
+    // What is left to the text behind a missing directory may lead out of it again.
+    if (nested && allowNested && surelyResolves(requiredDir, true) &&
+        surelyStaysBelow(requiredDir, path, requireExisting)) {
+      return true;
+    }
   }
 
   fs::path file(path);

@@ -313,6 +313,14 @@ INSTANTIATE_TEST_SUITE_P(
     CaseName());
 
 const std::string kTooLong(300, 'n');
+/** Names that are not, in a path that is. */
+const std::string kTooLongTogether = [] {
+  std::string path;
+  for (int i = 0; i < 20; ++i) {
+    path += "/" + std::string(250, 'n');
+  }
+  return path;
+}();
 
 INSTANTIATE_TEST_SUITE_P(
     LongNames, PathContainmentTest,
@@ -323,6 +331,12 @@ INSTANTIATE_TEST_SUITE_P(
                     kNested,
                     unresolvedPath(ENAMETOOLONG, "@/u1/" + kTooLong),
                     unresolvedPath(ENAMETOOLONG, "@/u1/" + kTooLong)},
+        Containment{{"TooLongAsAWhole"},
+                    "@/u1" + kTooLongTogether + "/x",
+                    "@/u1",
+                    kNested,
+                    unresolvedPath(ENOENT, "@/u1" + kTooLongTogether),
+                    unresolvedPath(ENAMETOOLONG, "@/u1" + kTooLongTogether)},
         Containment{{"TooLongRequiredDir"},
                     "@/u1/x",
                     "@/" + kTooLong,
