@@ -25,6 +25,8 @@ class LogFormat;
 
 namespace KELP::Diagnostic {
 
+class ReportStore;
+
 /**
  * One report: a directory under the repository's root that holds a lock file, a metadata store and,
  * later, scratch and content files (docs/on-disk-format.md).
@@ -711,7 +713,7 @@ class KELP_EXPORT DiagnosticReport {
   bool shared_ = false;
   bool touched_ = false;
   int lockDescriptor_ = -1;
-  std::shared_ptr<OS::KeyValueStore> store_;
+  std::shared_ptr<ReportStore> store_;
 };
 
 }  // namespace KELP::Diagnostic

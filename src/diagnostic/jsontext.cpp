@@ -10,9 +10,25 @@
 namespace KELP::Diagnostic {
 namespace {
 
+/** What makes readers. To make it takes longer than to read a short text. */
+const Json::CharReaderBuilder& readers() {
+  static const Json::CharReaderBuilder builder;
+  return builder;
+}
+
+/** What makes writers, of compact text. */
+const Json::StreamWriterBuilder& writers() {
+  static const Json::StreamWriterBuilder builder = [] {
+    Json::StreamWriterBuilder compact;
+    compact["indentation"] = "";
+    return compact;
+  }();
+  return builder;
+}
+
 /** Parses @p text into @p root. @return what is wrong with it; empty when it was parsed. */
 std::optional<std::string> parse(const std::string& text, Json::Value& root) try {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  const std::unique_ptr<Json::CharReader> reader(readers().newCharReader());
   std::string errors;
   // The terminating NUL is handed over too: the reader takes it for the end of its input.
   const char* const begin = text.c_str();
@@ -27,9 +43,7 @@ std::optional<std::string> parse(const std::string& text, Json::Value& root) try
 }  // namespace
 
 std::string writeJson(const Json::Value& array) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, array);
+  return Json::writeString(writers(), array);
 }
 
 std::optional<Json::Value> readJsonArray(const std::string& text) {

@@ -2,6 +2,9 @@
 
 #include "diagnostic/jsontext.h"
 
+#include <algorithm>
+#include <cmath>
+#include <string_view>
 #include <utility>
 
 namespace KELP::Diagnostic {
@@ -19,7 +22,26 @@ struct ValueForm {
   /** Whether a member of this kind will do. */
   bool (*accepts)(const Json::Value& value);
   void (*read)(const Json::Value& value, Variation& variation);
+  /** Takes the value over. False when it may not come back from its text as it is. */
+  bool (*take)(Variation& from, Variation& variation);
 };
+
+/** Whether a text with @p text in it is sure to give it back. */
+bool isPlain(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+template <auto member>
+bool takeText(Variation& from, Variation& variation) {
+  variation.*member = std::move(from.*member);
+  return isPlain(variation.*member);
+}
+
+template <auto member>
+bool takeNumber(Variation& from, Variation& variation) {
+  variation.*member = from.*member;
+  return std::isfinite(static_cast<double>(variation.*member));
+}
 
 // Json::Value::isInt() also takes a real number without a fraction, and refuses what needs more
 // than 32 bits.
@@ -27,23 +49,28 @@ constexpr ValueForm kValueForms[] = {
     {Type::FILE, "relative_path",
      [](const Variation& variation) { return Json::Value(variation.relative_path); },
      [](const Json::Value& value) { return value.isString(); },
-     [](const Json::Value& value, Variation& out) { out.relative_path = value.asString(); }},
+     [](const Json::Value& value, Variation& out) { out.relative_path = value.asString(); },
+     takeText<&Variation::relative_path>},
     {Type::STRING, "string",
      [](const Variation& variation) { return Json::Value(variation.string); },
      [](const Json::Value& value) { return value.isString(); },
-     [](const Json::Value& value, Variation& out) { out.string = value.asString(); }},
+     [](const Json::Value& value, Variation& out) { out.string = value.asString(); },
+     takeText<&Variation::string>},
     {Type::INTEGER, "integer",
      [](const Variation& variation) { return Json::Value(variation.integer); },
      [](const Json::Value& value) { return value.isInt(); },
-     [](const Json::Value& value, Variation& out) { out.integer = value.asInt(); }},
+     [](const Json::Value& value, Variation& out) { out.integer = value.asInt(); },
+     takeNumber<&Variation::integer>},
     {Type::DOUBLE, "double",
      [](const Variation& variation) { return Json::Value(variation.double_); },
      [](const Json::Value& value) { return value.isNumeric(); },
-     [](const Json::Value& value, Variation& out) { out.double_ = value.asDouble(); }},
+     [](const Json::Value& value, Variation& out) { out.double_ = value.asDouble(); },
+     takeNumber<&Variation::double_>},
     {Type::BOOLEAN, "boolean",
      [](const Variation& variation) { return Json::Value(variation.boolean); },
      [](const Json::Value& value) { return value.isBool(); },
-     [](const Json::Value& value, Variation& out) { out.boolean = value.asBool(); }},
+     [](const Json::Value& value, Variation& out) { out.boolean = value.asBool(); },
+     takeNumber<&Variation::boolean>},
 };
 
 /** The form of @p type; null when its variations have no value. */
@@ -56,34 +83,38 @@ const ValueForm* valueFormOf(Type type) {
   return nullptr;
 }
 
-Json::Value writeVariation(const Variation& variation, const ValueForm* form) {
-  Json::Value object(Json::objectValue);
-  if (form != nullptr) {
-    object[form->member] = form->write(variation);
-  }
-  object["sensitivity_level"] = variation.sensitivity_level;
-  return object;
+/** A member of @p object with a name that lives as long as the program, so that no copy is kept. */
+Json::Value& member(Json::Value& object, const char* name) {
+  return object[Json::StaticString(name)];
 }
 
-Json::Value writeProperty(const Property& property) {
-  Json::Value tags;  // Null, and an array only with the first element: readers take both.
+void writeVariation(const Variation& variation, const ValueForm* form, Json::Value& object) {
+  if (form != nullptr) {
+    member(object, form->member) = form->write(variation);
+  }
+  member(object, "sensitivity_level") = variation.sensitivity_level;
+}
+
+/** Makes of @p list, which is null, an array with an object that is yet to be filled. */
+Json::Value& appendObject(Json::Value& list) {
+  return list.append(Json::Value(Json::objectValue));
+}
+
+void writeProperty(const Property& property, Json::Value& object) {
+  member(object, "stable_id") = property.stable_id;
+  member(object, "property_type") = Json::StaticString(
+      DiagnosticReportContentPropertyTypesToString(property.property_type).data());
+  member(object, "media_type") = property.media_type;
+  // Null, and an array only with the first element: readers take both.
+  Json::Value& tags = member(object, "tags");
   for (const std::string& tag : property.tags) {
     tags.append(tag);
   }
-  Json::Value variations;
+  Json::Value& variations = member(object, "variations");
   const ValueForm* const form = valueFormOf(property.property_type);
   for (const Variation& variation : property.variations) {
-    variations.append(writeVariation(variation, form));
+    writeVariation(variation, form, appendObject(variations));
   }
-
-  Json::Value object(Json::objectValue);
-  object["stable_id"] = property.stable_id;
-  object["property_type"] =
-      std::string(DiagnosticReportContentPropertyTypesToString(property.property_type));
-  object["media_type"] = property.media_type;
-  object["tags"] = std::move(tags);
-  object["variations"] = std::move(variations);
-  return object;
 }
 
 /** Whether @p value is written as an integer, without a fraction, and fits an `int`. */
@@ -92,13 +123,17 @@ bool isPlainInt(const Json::Value& value) {
 }
 
 std::optional<Variation> readVariation(const Json::Value& object, const ValueForm& form) {
-  if (!object.isObject() || !isPlainInt(object["sensitivity_level"]) ||
-      !form.accepts(object[form.member])) {
+  if (!object.isObject()) {
+    return std::nullopt;
+  }
+  const Json::Value& level = object["sensitivity_level"];
+  const Json::Value& value = object[form.member];
+  if (!isPlainInt(level) || !form.accepts(value)) {
     return std::nullopt;
   }
   Variation variation;
-  form.read(object[form.member], variation);
-  variation.sensitivity_level = object["sensitivity_level"].asInt();
+  form.read(value, variation);
+  variation.sensitivity_level = level.asInt();
   return variation;
 }
 
@@ -108,6 +143,7 @@ std::vector<Variation> readVariations(const Json::Value& array, Type type) {
   if (form == nullptr || !array.isArray()) {
     return variations;
   }
+  variations.reserve(array.size());
   for (const Json::Value& element : array) {
     if (std::optional<Variation> variation = readVariation(element, *form)) {
       variations.push_back(std::move(*variation));
@@ -129,11 +165,15 @@ std::set<std::string> readTags(const Json::Value& array) {
 }
 
 std::optional<Property> readProperty(const Json::Value& object) {
-  if (!object.isObject() || !object["stable_id"].isString()) {
+  if (!object.isObject()) {
+    return std::nullopt;
+  }
+  const Json::Value& id = object["stable_id"];
+  if (!id.isString()) {
     return std::nullopt;
   }
   Property property;
-  property.stable_id = object["stable_id"].asString();
+  property.stable_id = id.asString();
   if (const Json::Value& type = object["property_type"]; type.isString()) {
     property.property_type = StringToDiagnosticReportContentPropertyTypes(type.asString());
   }
@@ -145,12 +185,35 @@ std::optional<Property> readProperty(const Json::Value& object) {
   return property;
 }
 
+bool makeAsStored(Variation& variation, const ValueForm& form) {
+  Variation stored;
+  stored.sensitivity_level = variation.sensitivity_level;
+  const bool plain = form.take(variation, stored);
+  variation = std::move(stored);
+  return plain;
+}
+
+bool makeAsStored(Property& property) {
+  if (!isPlain(property.stable_id) || !isPlain(property.media_type) ||
+      !std::ranges::all_of(property.tags, isPlain)) {
+    return false;
+  }
+  const ValueForm* const form = valueFormOf(property.property_type);
+  if (form == nullptr) {
+    property.property_type = Type::UNKNOWN;
+    property.variations.clear();
+    return true;
+  }
+  return std::ranges::all_of(property.variations,
+                             [&](Variation& one) { return makeAsStored(one, *form); });
+}
+
 }  // namespace
 
 std::string writeReportContents(const ReportContents& contents) {
-  Json::Value root(Json::arrayValue);
+  Json::Value root;
   for (const Property& property : contents) {
-    root.append(writeProperty(property));
+    writeProperty(property, appendObject(root));
   }
   return contents.empty() ? "[]" : writeJson(root);
 }
@@ -161,12 +224,17 @@ std::optional<ReportContents> readReportContents(const std::string& text) {
     return std::nullopt;
   }
   ReportContents contents;
+  contents.reserve(root->size());
   for (const Json::Value& element : *root) {
     if (std::optional<Property> property = readProperty(element)) {
       contents.push_back(std::move(*property));
     }
   }
   return contents;
+}
+
+bool makeAsStored(ReportContents& contents) {
+  return std::ranges::all_of(contents, [](Property& one) { return makeAsStored(one); });
 }
 
 }  // namespace KELP::Diagnostic

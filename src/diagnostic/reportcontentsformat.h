@@ -21,4 +21,12 @@ using ReportContents = std::vector<DiagnosticReportContentProperties>;
  */
 [[nodiscard]] std::optional<ReportContents> readReportContents(const std::string& text);
 
+/**
+ * Makes of @p contents what reading their stored text would give, without the text.
+ *
+ * @return false when only the text can tell, which is so for characters other than printable ASCII
+ *         and for values that are no finite numbers. Then @p contents may be half of it.
+ */
+[[nodiscard]] bool makeAsStored(ReportContents& contents);
+
 }  // namespace KELP::Diagnostic

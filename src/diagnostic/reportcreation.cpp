@@ -1,5 +1,5 @@
+#include "diagnostic/lockfile.h"
 #include "diagnostic/reportmetadata.h"
-#include "diagnostic/reportparts.h"
 #include "os/fileio.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -50,11 +50,10 @@ class EntriesOf {
  *  (docs/durability.md). */
 struct NewStore {
   NewStore(const fs::path& path, fs::path present)
-      : entries(path.parent_path(), std::move(present)),
-        store(path.string(), kReportStoreName, reportStoreOptions()) {}
+      : entries(path.parent_path(), std::move(present)), store(path.native()) {}
 
   EntriesOf entries;
-  OS::KeyValueStore store;
+  ReportStore store;
 };
 
 }  // namespace
@@ -98,7 +97,7 @@ DiagnosticReport::Result DiagnosticReport::_create(fs::path root, ReportUuid id,
   }
 
   const auto newStore = std::make_shared<NewStore>(*metadata, present);
-  store_ = std::shared_ptr<OS::KeyValueStore>(newStore, &newStore->store);
+  store_ = std::shared_ptr<ReportStore>(newStore, &newStore->store);
   const bool written =
       write(keys::kReportId, id_) && write(keys::kAppId, appId) && write(keys::kBuildId, buildId) &&
       write(keys::kUserId, userId) && write(keys::kDeviceId, std::move(deviceId)) &&

@@ -2,6 +2,7 @@
 
 #include "diagnostic/failure.h"
 #include "diagnostic/metadatakeys.h"
+#include "diagnostic/reportstore.h"
 
 #include <diagnostic/diagnosticreport.h>
 
@@ -13,12 +14,12 @@ namespace KELP::Diagnostic {
 /** The value of @p property; empty when it is absent or unreadable, or there is no store. */
 template <typename T>
 std::optional<T> DiagnosticReport::read(const MetadataProperty<T>& property) const {
-  return store_ ? property.get(*store_) : std::nullopt;
+  return store_ ? store_->read(property) : std::nullopt;
 }
 
 template <typename T>
 bool DiagnosticReport::write(const MetadataProperty<T>& property, T value) {
-  return store_ && property.set(std::move(value), *store_);
+  return store_ && store_->write(property, std::move(value));
 }
 
 /** Stamps the time of modification and writes @p value. */

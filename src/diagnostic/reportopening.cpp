@@ -1,5 +1,5 @@
+#include "diagnostic/lockfile.h"
 #include "diagnostic/reportmetadata.h"
-#include "diagnostic/reportparts.h"
 
 #include <diagnostic/diagnosticreport.h>
 
@@ -107,8 +107,7 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
     OS::logError("Unable to acquire opening read lock for report %s", parts->lock.c_str());
   }
 
-  store_ =
-      std::make_shared<OS::KeyValueStore>(parts->metadata, kReportStoreName, reportStoreOptions());
+  store_ = std::make_shared<ReportStore>(parts->metadata);
   const std::optional<ReportUuid> stored = read(keys::kReportId);
   if (!stored && !store_->isReady()) {
     return fail("Failed to initialize metadata kv store for report");
