@@ -25,7 +25,7 @@ namespace KELP::Diagnostic {
  * Life cycle:
  *  1. Construct it on a repository. Nothing is watched yet.
  *  2. start() announces the reports that are there, on the calling thread, and then all that
- * happens, on the observer's own thread.
+ *     happens, on the observer's own thread.
  *  3. stop() ends that and forgets everything; start() may follow, and begins anew.
  *  4. The destructor stops.
  *
@@ -106,23 +106,49 @@ class KELP_EXPORT DiagnosticDataObserver {
    */
   void clearObservers();
 
-  // Internal operations: the steps of observing, which the watches call. They do nothing while the
-  // observer is stopped.
+  /**
+   * @name Internal operations
+   * The steps of observing, which the watches call. They do nothing while the observer is stopped.
+   */
+  ///@{
 
-  /** Internal: an event of the root. A created entry whose name is an identifier is a possible new
-   *  report; an overflow of the kernel's queue has everything looked at again. */
+  /**
+   * Internal: an event of the root. A created entry whose name is an identifier is a possible new
+   * report; an overflow of the kernel's queue has everything looked at again.
+   *
+   * @param event    what the kernel tells.
+   * @param userData not used.
+   */
   void rootFileObserverCallback(inotify_event* event, void* userData);
 
-  /** Internal: an event of the directory of @p uuid. Announces what it means for the report. */
+  /**
+   * Internal: an event of a report's directory. Announces what it means for the report.
+   *
+   * @param uuid     the report.
+   * @param event    what the kernel tells.
+   * @param userData not used.
+   */
   void reportFileObserverCallback(ReportUuid uuid, inotify_event* event, void* userData);
 
-  /** Internal: watches the directory of @p uuid unless it is watched already; when the report is
-   *  valid, announces it as @p type. */
+  /**
+   * Internal: watches a report's directory unless it is watched already, and announces the report
+   * when it is valid.
+   *
+   * @param uuid the report.
+   * @param type what it is announced as.
+   */
   void handlePossibleNewReport(const ReportUuid& uuid, EventType type);
 
-  /** Internal: whether the report's directory and, in it, the metadata store are there. An error in
-   *  finding out counts as absence. */
+  /**
+   * Internal: whether the report's directory and, in it, the metadata store are there. An error in
+   * finding out counts as absence.
+   *
+   * @param uuid the report.
+   * @return true if so.
+   */
   bool isValidReport(const ReportUuid& uuid);
+
+  ///@}
 
  private:
   class KELP_HIDDEN Lock;

@@ -8,7 +8,12 @@ namespace KELP::Diagnostic {
 
 /** Why an operation failed. A plain value. */
 struct DiagnosticError {
-  /** @param errorCode see code. @param text see message. */
+  /**
+   * Puts the two together.
+   *
+   * @param errorCode see code.
+   * @param text      see message.
+   */
   DiagnosticError(std::error_code errorCode, std::string text)
       : code(errorCode), message(std::move(text)) {}
 

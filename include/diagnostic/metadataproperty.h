@@ -26,32 +26,62 @@ namespace KELP::Diagnostic {
  *
  * An object never changes after its construction and may be used from any thread; the store that is
  * handed to it has its own rule.
+ *
+ * @tparam T the kind of value, one of the seven.
  */
 template <typename T>
 class MetadataProperty {
  public:
   /**
+   * Makes a handle for a key.
+   *
    * @param key          the key; copied.
    * @param defaultValue what a missing or unreadable text is read as; empty for none.
    */
   MetadataProperty(const char* key, std::optional<T> defaultValue);
 
-  /** A copy of the key. */
+  /** The key. @return a copy of it. */
   [[nodiscard]] std::string getKey() const;
 
-  /** The stored text of @p value. */
+  /**
+   * Turns a value into the stored text.
+   *
+   * @param value the value.
+   * @return its text.
+   */
   [[nodiscard]] static std::string serialize(T value);
 
-  /** The value of the stored text @p text, or the default. */
+  /**
+   * Turns a stored text into a value.
+   *
+   * @param text the text; empty when there is none.
+   * @return its value, or the default.
+   */
   [[nodiscard]] std::optional<T> unserialize(std::optional<std::string> text) const;
 
-  /** Writes @p value under the key. @return what the store returned. */
+  /**
+   * Writes the key.
+   *
+   * @param value the value to write.
+   * @param store where to write it.
+   * @return what the store returned: false when nothing was changed.
+   */
   bool set(T value, OS::KeyValueStore& store) const;
 
-  /** Reads the key. @return its value, or the default. */
+  /**
+   * Reads the key.
+   *
+   * @param store where to read it.
+   * @return its value, or the default.
+   */
   [[nodiscard]] std::optional<T> get(OS::KeyValueStore& store) const;
 
-  /** Removes the key. @return what the store returned. */
+  /**
+   * Removes the key.
+   *
+   * @param store where to remove it.
+   * @return what the store returned: false when nothing was changed.
+   */
   bool remove(OS::KeyValueStore& store) const;
 
  private:

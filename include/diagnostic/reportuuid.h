@@ -13,7 +13,8 @@ namespace KELP::Diagnostic {
  * metadata, and is the key by which reports are passed around.
  *
  * A plain value of exactly 16 bytes, in the order of the text form; the null identifier is all
- * zero. A moved-from identifier keeps its value. No operation logs.
+ * zero. A moved-from identifier keeps its value. No operation logs. Identifiers can be keys of
+ * unordered containers: `std::hash` is specialised for them.
  */
 class KELP_EXPORT ReportUuid {
  public:
@@ -24,25 +25,34 @@ class KELP_EXPORT ReportUuid {
 
   /** The null identifier. */
   ReportUuid();
-  /** The identifier with the given 16 bytes. */
+  /** The identifier with the given bytes. @param bytes all 16 of it. */
   ReportUuid(const unsigned char (&bytes)[16]);  // NOLINT(google-explicit-constructor)
 
+  /** A copy. */
   ReportUuid(const ReportUuid&) = default;
+  /** A copy. */
   ReportUuid(ReportUuid&&) = default;
+  /** Takes the value of another one. @return this identifier. */
   ReportUuid& operator=(const ReportUuid&) = default;
+  /** Takes the value of another one. @return this identifier. */
   ReportUuid& operator=(ReportUuid&&) = default;
+  /** Takes the given bytes. @param bytes all 16 of it. @return this identifier. */
   ReportUuid& operator=(const unsigned char (&bytes)[16]);
   ~ReportUuid() = default;
 
+  /** Compares. @param other what to compare with. @return whether all bytes are equal. */
   bool operator==(const ReportUuid& other) const;
+  /** Compares. @param bytes what to compare with. @return whether all bytes are equal. */
   bool operator==(const unsigned char (&bytes)[16]) const;
+  /** Compares. @param other what to compare with. @return whether any byte is not equal. */
   bool operator!=(const ReportUuid& other) const;
+  /** Compares. @param bytes what to compare with. @return whether any byte is not equal. */
   bool operator!=(const unsigned char (&bytes)[16]) const;
 
   /** Takes a new random (version 4) value. */
   void randomize();
 
-  /** Whether all bytes are zero. */
+  /** Whether all bytes are zero. @return true if so. */
   [[nodiscard]] bool isNull() const;
 
   /**
@@ -61,10 +71,10 @@ class KELP_EXPORT ReportUuid {
    *  @param out kTextBufferSize bytes. */
   void unparseLower(char* out) const;
 
-  /** The 16 bytes themselves, valid as long as the object. */
+  /** The bytes themselves. @return the first of 16, valid as long as the object. */
   [[nodiscard]] const unsigned char* raw() const { return bytes_; }
 
-  /** The text form in libuuid's default case, 36 characters. */
+  /** The text form in libuuid's default case. @return its 36 characters. */
   [[nodiscard]] std::string toString() const;
 
  private:
@@ -75,6 +85,7 @@ static_assert(sizeof(ReportUuid) == 16, "the object is its bytes and nothing els
 
 }  // namespace KELP::Diagnostic
 
+/// @cond
 /** Lets identifiers be keys of unordered containers. */
 template <>
 struct std::hash<KELP::Diagnostic::ReportUuid> {
@@ -87,3 +98,4 @@ struct std::hash<KELP::Diagnostic::ReportUuid> {
     return result;
   }
 };
+/// @endcond

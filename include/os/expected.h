@@ -132,58 +132,81 @@ class ExpectedStorage<T, E, StorageType::TaggedUnion> {
  *
  * A plain value: copyable where both types are, and without any thread rule of its own. The value
  * of a result that was moved from is a moved-from value.
+ *
+ * @tparam T what success gives.
+ * @tparam E what failure gives, another type.
  */
 template <typename T, typename E>
 class expected {
   static_assert(!std::is_same_v<T, E>, "a result could not tell its value from its error");
 
  public:
-  using value_type = T;
-  using error_type = E;
+  using value_type = T;  ///< The type of the value.
+  using error_type = E;  ///< The type of the error.
 
-  expected(const T& value) : storage_(value) {}        // NOLINT(google-explicit-constructor)
+  /** A success. @param value what to hold. */
+  expected(const T& value) : storage_(value) {}  // NOLINT(google-explicit-constructor)
+  /** A success. @param value what to hold. */
   expected(T&& value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
-  expected(const E& error) : storage_(error) {}        // NOLINT(google-explicit-constructor)
+  /** A failure. @param error what to hold. */
+  expected(const E& error) : storage_(error) {}  // NOLINT(google-explicit-constructor)
+  /** A failure. @param error what to hold. */
   expected(E&& error) : storage_(std::move(error)) {}  // NOLINT(google-explicit-constructor)
 
-  /** Whether a value is held. */
+  /** Whether a value is held. @return true if so; otherwise there is an error. */
   [[nodiscard]] bool has_value() const { return storage_.state() == expected_detail::State::Value; }
-  /** The same as has_value(), whatever the value is. */
+  /** The same as has_value(), whatever the value is. @return true if a value is held. */
   explicit operator bool() const { return has_value(); }
 
-  /** The value. Ends the process ("requireValue:1066 PANIC") when none is held. */
+  /**
+   * The value. Ends the process ("requireValue:1066 PANIC") when none is held.
+   *
+   * @return the value itself.
+   */
   [[nodiscard]] T& value() & {
     requireValue();
     return storage_.value();
   }
+  /** @copydoc value() */
   [[nodiscard]] const T& value() const& {
     requireValue();
     return storage_.value();
   }
+  /** @copydoc value() */
   [[nodiscard]] T&& value() && {
     requireValue();
     return std::move(storage_.value());
   }
 
-  /** The error. Ends the process ("requireError:1072 PANIC") when none is held. */
+  /**
+   * The error. Ends the process ("requireError:1072 PANIC") when none is held.
+   *
+   * @return the error itself.
+   */
   [[nodiscard]] E& error() & {
     requireError();
     return storage_.error();
   }
+  /** @copydoc error() */
   [[nodiscard]] const E& error() const& {
     requireError();
     return storage_.error();
   }
+  /** @copydoc error() */
   [[nodiscard]] E&& error() && {
     requireError();
     return std::move(storage_.error());
   }
 
-  /** The same as value(), with the same check. */
+  /** The same as value(), with the same check. @return the value itself. */
   [[nodiscard]] T& operator*() & { return value(); }
+  /** @copydoc operator*() */
   [[nodiscard]] const T& operator*() const& { return value(); }
+  /** @copydoc operator*() */
   [[nodiscard]] T&& operator*() && { return std::move(*this).value(); }
+  /** A member of value(), with the same check. @return the value's address. */
   [[nodiscard]] T* operator->() { return &value(); }
+  /** @copydoc operator->() */
   [[nodiscard]] const T* operator->() const { return &value(); }
 
  private:

@@ -24,7 +24,7 @@ namespace KELP::OS {
  *
  * What is promised:
  *  - Callbacks run on one thread, the observer's own, one at a time, in the order of the kernel,
- * and with none of the observer's locks held.
+ *    and with none of the observer's locks held.
  *  - A slow callback costs no events: while one runs, a second thread moves what the kernel has to
  *    tell into memory, where it may use as much as is there.
  *  - When the kernel's queue overflows all the same, each watch's callback gets one event with
@@ -80,7 +80,7 @@ class KELP_EXPORT FileObserver {
    *         absence of the path (ENOENT, ENOTDIR) is logged at error priority, as "Unable to watch
    *         %s: %s"; that the limit `fs.inotify.max_user_watches` is reached, and how to raise it,
    *         is logged once for each FileObserver. Without an instance, and inside a callback while
-   * the destructor waits for it, it is EBADF, without a line.
+   *         the destructor waits for it, it is EBADF, without a line.
    */
   int addWatch(std::string path, std::uint32_t mask, Callback callback, void* userData);
 

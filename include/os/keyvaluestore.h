@@ -42,8 +42,8 @@ enum class KVStoreOpenOption : int {
  *    whole record. Any other damage, and a file that is no store or that cannot be opened, makes a
  *    store that is not ready; the file stays as it is.
  *  - Keys and values may hold any bytes, and may be empty. A file may grow to 256 MiB; a change
- * that would not fit is refused. After a change it is at most 64 KiB or four times its live
- * records, whichever is more.
+ *    that would not fit is refused. After a change it is at most 64 KiB or four times its live
+ *    records, whichever is more.
  *
  * The host's implementation keeps a checksummed append-only log (docs/on-disk-format.md). A device
  * may link its own implementation of this class instead.
@@ -53,6 +53,7 @@ enum class KVStoreOpenOption : int {
  */
 class KELP_EXPORT KeyValueStore {
  public:
+  /** How a store is opened. */
   using Options = EnumBitset<KVStoreOpenOption, 5>;
 
   /**
@@ -77,6 +78,7 @@ class KELP_EXPORT KeyValueStore {
   /**
    * Reads one key.
    *
+   * @param key the key.
    * @return its value; empty when the key is absent or the store is not ready.
    */
   virtual std::optional<std::string> get(const std::string& key);
@@ -84,6 +86,8 @@ class KELP_EXPORT KeyValueStore {
   /**
    * Writes one key. Waits up to 5 seconds for other writers.
    *
+   * @param key   the key.
+   * @param value its new value.
    * @return true when the change was made; false when nothing was changed: the store is read-only,
    *         not ready or damaged, the file was removed, another process kept it locked, the record
    *         would not fit, or the system refused the write.
@@ -94,6 +98,7 @@ class KELP_EXPORT KeyValueStore {
    * Removes one key. Waits up to 5 seconds for other writers. An absent key is no failure, and
    * writes nothing.
    *
+   * @param key the key.
    * @return true when the key is absent afterwards; false when nothing was changed, as in set().
    */
   virtual bool remove(const std::string& key);
@@ -101,11 +106,12 @@ class KELP_EXPORT KeyValueStore {
   /**
    * Makes every change so far durable, whoever made it.
    *
-   * @return false when the store is not ready or the system could not do it.
+   * @return true when it is; false when the store is not ready or the system could not do it.
    */
   virtual bool sync();
 
-  /** Whether the file is open, sound and can be read. Looks at the file again. */
+  /** Whether the file is open, sound and can be read. Looks at the file again. @return true if so.
+   */
   virtual bool isReady();
 
  protected:

@@ -19,10 +19,10 @@ namespace KELP::Utils {
  *                        be missing.
  * @param allowNested     true: at any depth below @p requiredDir; false: directly in it.
  * @return true when contained; false for a path that is empty, is the root directory, or ends in
- * "." or "..", when it lies elsewhere, and when resolving fails. A failure to resolve is logged at
- * error priority: "Error %s while attempting to resolve path: %s" with the system's text and the
- * file's parent directory, or "Error %s while attempting to resolve required path: %s" with @p
- * requiredDir.
+ *         "." or "..", when it lies elsewhere, and when resolving fails. A failure to resolve is
+ *         logged at error priority: "Error %s while attempting to resolve path: %s" with the
+ *         system's text and the file's parent directory, or "Error %s while attempting to resolve
+ *         required path: %s" with @p requiredDir.
  *
  * May be called from any thread. Throws only for want of memory.
  */
