@@ -37,8 +37,9 @@ class ReportStore;
  *  2. To change it, take the write lock, call the setters and the stage operations, and release the
  *     lock. Queries take no lock of their own; hold a read lock for a consistent picture of several
  *     values.
- *  3. The stages of a report are marked in order: creation, user interaction, data collection, data
- *     policy, upload. A stage is only ever marked, never cleared.
+ *  3. The stages of a report are marked: creation, user interaction, data collection, data policy,
+ *     upload; each operation says what must come before. A stage is only ever marked, never
+ *     cleared.
  *  4. deleteReport() removes it, or the destructor lets go of it.
  *
  * Nothing is cached: each query reads the store, so what another process changed is seen at once.
@@ -53,9 +54,9 @@ class ReportStore;
  * Errors: each operation that can fail returns an error whose message is a fixed sentence, named
  * with the operation, and writes one log line at error priority under the tag "diagnosticdata". The
  * line is the message unless it is given too. The code is 0 unless another is given. Every
- * operation that changes the report can also fail as touch() does, and then has changed nothing. On
- * a report without a store (default-constructed, deleted, or moved from) every key reads as absent
- * and every write fails.
+ * operation that changes the report can also fail as touch() does, and then has changed nothing
+ * (but that a copy has made its directories). On a report without a store (default-constructed,
+ * deleted, or moved from) every key reads as absent and every write fails.
  */
 class KELP_EXPORT DiagnosticReport {
  public:

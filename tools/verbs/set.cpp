@@ -22,7 +22,7 @@ ExitStatus set(const Context& context, const SetOptions& options) {
 
 void addSet(CLI::App& program, Context& context) {
   const auto verb = addVerb<SetOptions>(
-      program, context, "set", "Change a report's description and its consent levels",
+      program, context, "set", "Change a report's fields, such as its description",
       "  kelp-diagnostics set 3f2a --description 'no sound after resume'\n"
       "  kelp-diagnostics set 3f2a --consent 10\n"
       "  kelp-diagnostics set 3f2a --pid 4711 --process player --library libc.so --library "
