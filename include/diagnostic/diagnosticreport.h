@@ -463,13 +463,13 @@ class KELP_EXPORT DiagnosticReport {
    *         in the report").
    */
   Result removeReportFileProperty(std::string name);
-  /** @copydoc removeReportFileProperty() The error's texts say "string". */
+  /** @copydoc removeReportFileProperty() The error's texts say "string" instead. */
   Result removeReportStringProperty(std::string name);
-  /** @copydoc removeReportFileProperty() The error's texts say "integer". */
+  /** @copydoc removeReportFileProperty() The error's texts say "integer" instead. */
   Result removeReportIntegerProperty(std::string name);
-  /** @copydoc removeReportFileProperty() The error's texts say "double". */
+  /** @copydoc removeReportFileProperty() The error's texts say "double" instead. */
   Result removeReportDoubleProperty(std::string name);
-  /** @copydoc removeReportFileProperty() The error's texts say "boolean". */
+  /** @copydoc removeReportFileProperty() The error's texts say "boolean" instead. */
   Result removeReportBooleanProperty(std::string name);
 
   /**
@@ -610,13 +610,13 @@ class KELP_EXPORT DiagnosticReport {
    */
   [[nodiscard]] OS::expected<std::string, DiagnosticError> getReportStringVariationValue(
       std::string name, int level) const;
-  /** @copydoc getReportStringVariationValue() The error's text says "integer". */
+  /** @copydoc getReportStringVariationValue() The error's text says "integer" instead. */
   [[nodiscard]] OS::expected<int, DiagnosticError> getReportIntegerVariationValue(std::string name,
                                                                                   int level) const;
-  /** @copydoc getReportStringVariationValue() The error's text says "double". */
+  /** @copydoc getReportStringVariationValue() The error's text says "double" instead. */
   [[nodiscard]] OS::expected<double, DiagnosticError> getReportDoubleVariationValue(
       std::string name, int level) const;
-  /** @copydoc getReportStringVariationValue() The error's text says "boolean". */
+  /** @copydoc getReportStringVariationValue() The error's text says "boolean" instead. */
   [[nodiscard]] OS::expected<bool, DiagnosticError> getReportBooleanVariationValue(std::string name,
                                                                                    int level) const;
 
@@ -628,13 +628,13 @@ class KELP_EXPORT DiagnosticReport {
    */
   [[nodiscard]] OS::expected<std::string, DiagnosticError> getReportStringBestVariationValue(
       std::string name) const;
-  /** @copydoc getReportStringBestVariationValue() The error's text says "integer". */
+  /** @copydoc getReportStringBestVariationValue() The error's text says "integer" instead. */
   [[nodiscard]] OS::expected<int, DiagnosticError> getReportIntegerBestVariationValue(
       std::string name) const;
-  /** @copydoc getReportStringBestVariationValue() The error's text says "double". */
+  /** @copydoc getReportStringBestVariationValue() The error's text says "double" instead. */
   [[nodiscard]] OS::expected<double, DiagnosticError> getReportDoubleBestVariationValue(
       std::string name) const;
-  /** @copydoc getReportStringBestVariationValue() The error's text says "boolean". */
+  /** @copydoc getReportStringBestVariationValue() The error's text says "boolean" instead. */
   [[nodiscard]] OS::expected<bool, DiagnosticError> getReportBooleanBestVariationValue(
       std::string name) const;
 
@@ -699,13 +699,13 @@ class KELP_EXPORT DiagnosticReport {
    *         %d) does not exist in the report").
    */
   Result removeFileVariation(std::string name, int level);
-  /** @copydoc removeFileVariation() The error's texts say "string". */
+  /** @copydoc removeFileVariation() The error's texts say "string" instead. */
   Result removeStringVariation(std::string name, int level);
-  /** @copydoc removeFileVariation() The error's texts say "integer". */
+  /** @copydoc removeFileVariation() The error's texts say "integer" instead. */
   Result removeIntegerVariation(std::string name, int level);
-  /** @copydoc removeFileVariation() The error's texts say "double". */
+  /** @copydoc removeFileVariation() The error's texts say "double" instead. */
   Result removeDoubleVariation(std::string name, int level);
-  /** @copydoc removeFileVariation() The error's texts say "boolean". */
+  /** @copydoc removeFileVariation() The error's texts say "boolean" instead. */
   Result removeBooleanVariation(std::string name, int level);
 
   ///@}
