@@ -1,7 +1,7 @@
 # What `cmake --install` puts where: the library with its versions, the public headers, the CMake
-# package, the pkg-config file, and the command-line program with its manual page and completions. The installed tree may be moved as a whole: nothing in it names
-# the place that it was installed to. (The library's run path names the folder of the platform's
-# log library, which stays where it is.)
+# package, the pkg-config file, and the command-line program with its manual page and completions. The
+# installed tree may be moved as a whole: nothing in it names the place that it was installed to. (The
+# library's run path names the folder of the platform's log library, which stays where it is.)
 
 include(CMakePackageConfigHelpers)
 
