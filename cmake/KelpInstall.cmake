@@ -6,10 +6,13 @@
 include(CMakePackageConfigHelpers)
 
 if(TARGET kelp-diagnostics)
-  # Where the library is, seen from the program. The folders may have been given as absolute paths.
-  file(RELATIVE_PATH kelp_libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
-  set_target_properties(kelp-diagnostics PROPERTIES
-    INSTALL_RPATH "$ORIGIN/${kelp_libdir_from_bindir};${AndroidLog_LIBRARY_DIR}")
+  set(kelp_program_rpath "${AndroidLog_LIBRARY_DIR}")
+  if(KELP_RELOCATABLE)
+    # Where the library is, seen from the program. The folders may have been given as absolute paths.
+    file(RELATIVE_PATH kelp_libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+    list(PREPEND kelp_program_rpath "$ORIGIN/${kelp_libdir_from_bindir}")
+  endif()
+  set_target_properties(kelp-diagnostics PROPERTIES INSTALL_RPATH "${kelp_program_rpath}")
   install(TARGETS kelp-diagnostics RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
   install(FILES "${PROJECT_SOURCE_DIR}/tools/kelp-diagnostics.1"
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
