@@ -11,6 +11,10 @@ require_root() {
     echo "${0##*/}: needs root, to make a system in a folder and to enter it: sudo $0" >&2
     return 1
   fi
+  if ! unshare --mount true 2>/dev/null; then
+    echo "${0##*/}: this container does not allow to mount, which is needed to enter a system in a folder" >&2
+    return 1
+  fi
   mkdir -p -- "$debian_roots"
   # One at a time, since they share what is kept.
   exec 9>"$debian_roots/lock"
@@ -59,9 +63,13 @@ apt_in() {
 }
 
 # make_root NAME KEY COMMAND... makes the root NAME: a small Debian, in which COMMAND, with the path of the root
-# as its last argument, installs more. One that was made with the same KEY and command is taken as it is.
+# as its last argument, installs more. One that was made this month with the same KEY and command is taken as
+# it is.
 make_root() {
-  local root=$debian_roots/$1 key="$2 ${*:3}"
+  local root=$debian_roots/$1 month key base
+  month=$(date +%Y-%m)
+  key="$month $2 ${*:3}"
+  base=$debian_roots/base-$month.tar
   shift 2
   if [[ -e $root.key && $(<"$root.key") == "$key" ]]; then
     return 0
@@ -69,12 +77,13 @@ make_root() {
   echo "debian-root: making $root"
   rm -rf -- "$root.key" "$root"
   mkdir -- "$root"
-  if [[ ! -e $debian_roots/base.tar ]]; then
-    mmdebstrap --quiet --mode=root --variant=minbase bookworm "$debian_roots/base.part" \
+  if [[ ! -e $base ]]; then
+    rm -f -- "$debian_roots"/base-*.tar
+    mmdebstrap --quiet --mode=root --variant=minbase bookworm "$debian_roots/base-part.tar" \
       'deb http://deb.debian.org/debian bookworm main'
-    mv -- "$debian_roots/base.part" "$debian_roots/base.tar"
+    mv -- "$debian_roots/base-part.tar" "$base"
   fi
-  tar --extract --file "$debian_roots/base.tar" --directory "$root"
+  tar --extract --file "$base" --directory "$root"
   apt_in "$root" -- update
   "$@" "$root"
   echo "$key" >"$root.key"
