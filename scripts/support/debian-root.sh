@@ -86,6 +86,7 @@ make_root() {
   tar --extract --file "$base" --directory "$root"
   apt_in "$root" -- update
   "$@" "$root"
+  apt_in "$root" -- clean
   echo "$key" >"$root.key"
 }
 
