@@ -1,6 +1,5 @@
 #include "barecalls.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/file.h>
@@ -24,25 +23,6 @@ constexpr std::uint32_t kReportEvents = IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO
 
 void closeFile(int descriptor) {
   checked(::close(descriptor), "close");
-}
-
-/** Calls @p visit with the name of each entry of @p directory that is not hidden. */
-template <typename Visit>
-void forEachEntry(const std::string& directory, Visit visit) {
-  DIR* const entries = ::opendir(directory.c_str());
-  checked(entries == nullptr ? -1 : 0, "opendir");
-  while (const dirent* const entry = ::readdir(entries)) {
-    if (entry->d_name[0] != '.') {
-      visit(entry->d_name);
-    }
-  }
-  checked(::closedir(entries), "closedir");
-}
-
-void syncDirectory(const std::string& path) {
-  const int directory = openFile(path, O_RDONLY | O_DIRECTORY);
-  checked(::fsync(directory), "fsync");
-  closeFile(directory);
 }
 
 void lookAt(const std::string& path) {
@@ -102,6 +82,12 @@ Report::Report(const std::filesystem::path& reportDirectory)
       lock((reportDirectory / "lock").string()),
       store((reportDirectory / "metadata.db").string()) {}
 
+void sync(const std::string& path) {
+  const int descriptor = openFile(path, O_RDONLY);
+  checked(::fsync(descriptor), "fsync");
+  closeFile(descriptor);
+}
+
 void append(const std::string& file, const std::string& record) {
   const int descriptor = openFile(file, O_RDWR);
   checked(::flock(descriptor, LOCK_EX | LOCK_NB), "flock");
@@ -128,8 +114,8 @@ void createReport(const Report& report, const std::vector<std::string>& records,
   }
   if (durable == Durable::Yes) {
     checked(::fsync(store), "fsync");
-    syncDirectory(report.directory);
-    syncDirectory(report.directory.substr(0, report.directory.rfind('/')));
+    sync(report.directory);
+    sync(report.directory.substr(0, report.directory.rfind('/')));
   }
   closeFile(store);
   closeFile(lock);
@@ -144,10 +130,13 @@ std::size_t openAllReports(const std::string& root, std::string& buffer) {
 }
 
 void removeReport(const Report& report) {
+  const int lock = openFile(report.lock, O_RDWR);
+  checked(::flock(lock, LOCK_EX | LOCK_NB), "flock");
   forEachEntry(report.directory, [](const char*) {});
   checked(::unlink(report.lock.c_str()), "unlink");
   checked(::unlink(report.store.c_str()), "unlink");
   checked(::rmdir(report.directory.c_str()), "rmdir");
+  closeFile(lock);
 }
 
 void openStore(const std::string& file, std::string& buffer) {

@@ -1,9 +1,15 @@
 #pragma once
 
+#include "durable.h"
+
+#include <dirent.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 /**
@@ -35,11 +41,27 @@ struct Report {
  */
 void append(const std::string& file, const std::string& record);
 
-/** Whether a new report's store, its directory and the root are made durable at the end, as is done
- *  when the report is let go. */
-enum class Durable { No, Yes };
+/** Makes a file or a directory durable. */
+void sync(const std::string& path);
 
-/** Creates a report: mkdir, two files, flock, and one append() for each of @p records. */
+/** Calls @p visit with the name of each entry of @p directory that is not hidden. */
+template <typename Visit>
+void forEachEntry(const std::string& directory, Visit visit) {
+  DIR* const entries = ::opendir(directory.c_str());
+  if (entries == nullptr) {
+    throw std::system_error(errno, std::system_category(), "opendir");
+  }
+  while (const dirent* const entry = ::readdir(entries)) {
+    if (entry->d_name[0] != '.') {
+      visit(entry->d_name);
+    }
+  }
+  checked(::closedir(entries), "closedir");
+}
+
+/** Creates a report: mkdir, two files, flock, and one append() for each of @p records; and at the
+ *  end makes the store, its directory and the root durable, as is done when the report is let go.
+ */
 void createReport(const Report& report, const std::vector<std::string>& records, Durable durable);
 
 /** Opens a report and closes it: a look at both files, then both, a shared lock and its release,
@@ -50,7 +72,7 @@ void openReport(const Report& report, std::string& buffer);
  */
 std::size_t openAllReports(const std::string& root, std::string& buffer);
 
-/** Reads the report's directory, unlinks both files and removes it. */
+/** Takes the report's lock, reads its directory, unlinks both files and removes it. */
 void removeReport(const Report& report);
 
 /** Opens a store's file and closes it: open, fstat, read into @p buffer, close. */

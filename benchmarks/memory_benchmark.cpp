@@ -1,3 +1,4 @@
+#include "reports.h"
 #include "sampledata.h"
 #include "support/childprocess.h"
 
@@ -30,7 +31,8 @@ Peak peakOf(const std::string& task, const std::string& root) {
 
 /** @param task what memory_probe is to do with a root of state.range(0) reports. */
 void peakMemory(benchmark::State& state, const std::string& task) {
-  const std::string root = rootWithReports(static_cast<std::size_t>(state.range(0)));
+  const std::string root =
+      sharedReports(peerKind("library"), static_cast<std::size_t>(state.range(0))).root();
   Peak peak;
   for (auto _ : state) {
     peak = peakOf(task, root);

@@ -1,5 +1,6 @@
 #include "barecalls.h"
 #include "changememory.h"
+#include "reports.h"
 #include "sampledata.h"
 #include "support/childprocess.h"
 #include "support/temporarydirectory.h"
@@ -73,13 +74,6 @@ void expectLine(Test::ChildProcess& probe, std::string_view line) {
   require(probe.receive() == line, "change_probe");
 }
 
-void makeReports(const Test::TemporaryDirectory& root, std::size_t count) {
-  const Diagnostic::DiagnosticData repository(root.path());
-  for (std::size_t i = 0; i < count; ++i) {
-    createReport(repository).reset();
-  }
-}
-
 /** Adds the percentiles of the times from @p start until the change was told, in nanoseconds. */
 void addPercentiles(benchmark::State& state, const std::string& name, const ChangeMemory& memory,
                     Watcher watcher, Moment ChangeMemory::Change::*start) {
@@ -111,15 +105,13 @@ void latency(benchmark::State& state) {
       ++change.updates;
     };
   };
-  const Test::TemporaryDirectory rootOfLibrary;
-  const Test::TemporaryDirectory rootOfBare;
-  makeReports(rootOfLibrary, 1);
-  makeReports(rootOfBare, 1);
+  const Reports ofLibrary(peerKind("library"), 1);
+  const Reports ofBare(peerKind("library"), 1);
   for (auto _ : state) {
-    const LibraryWatcher library(rootOfLibrary.path(), tell(kLibrary));
-    const BareWatcher bare(rootOfBare.path(), tell(kBare));
-    Test::ChildProcess probe({KELP_CHANGE_PROBE, "latency", directory / "memory",
-                              rootOfLibrary.path(), rootOfBare.path()});
+    const LibraryWatcher library(ofLibrary.root(), tell(kLibrary));
+    const BareWatcher bare(ofBare.root(), tell(kBare));
+    Test::ChildProcess probe(
+        {KELP_CHANGE_PROBE, "latency", directory / "memory", ofLibrary.root(), ofBare.root()});
     expectLine(probe, "ready");
     probe.send("go");
     expectLine(probe, "done");
@@ -164,11 +156,10 @@ void burst(benchmark::State& state) {
   constexpr std::size_t kUpdates = kBurstReports * kBurstChanges * kUpdatesOfChange;
   const Test::TemporaryDirectory directory;
   const SharedChangeMemory memory(directory / "memory");
-  const Test::TemporaryDirectory root;
-  makeReports(root, kBurstReports);
+  const Reports reports(peerKind("library"), kBurstReports);
   Updates updates(kUpdates);
-  const AnyWatcher watcher(root.path(), [&] { updates.add(); });
-  Test::ChildProcess probe({KELP_CHANGE_PROBE, "burst", directory / "memory", root.path()});
+  const AnyWatcher watcher(reports.root(), [&] { updates.add(); });
+  Test::ChildProcess probe({KELP_CHANGE_PROBE, "burst", directory / "memory", reports.root()});
   expectLine(probe, "ready");
   for (auto _ : state) {
     probe.send("go");
@@ -181,7 +172,8 @@ void burst(benchmark::State& state) {
 
 void libraryStart(benchmark::State& state) {
   const auto reports = static_cast<std::size_t>(state.range(0));
-  const auto repository = std::make_shared<Diagnostic::DiagnosticData>(rootWithReports(reports));
+  const auto repository = std::make_shared<Diagnostic::DiagnosticData>(
+      sharedReports(peerKind("library"), reports).root());
   for (auto _ : state) {
     std::size_t existing = 0;
     Diagnostic::DiagnosticDataObserver observer(
@@ -196,7 +188,7 @@ void libraryStart(benchmark::State& state) {
 
 void bareStart(benchmark::State& state) {
   const auto reports = static_cast<std::size_t>(state.range(0));
-  const std::string root = rootWithReports(reports);
+  const std::string root = sharedReports(peerKind("library"), reports).root();
   for (auto _ : state) {
     auto inotify = std::make_unique<BareCalls::ReportsWatch>(root);
     require(inotify->count() == reports, "watching all reports");

@@ -2,7 +2,6 @@
 
 #include "support/temporarydirectory.h"
 
-#include <map>
 #include <stdexcept>
 
 namespace KELP::Bench {
@@ -64,26 +63,39 @@ std::unique_ptr<OS::KeyValueStore> makeReportStore(const std::filesystem::path& 
 }
 
 std::unique_ptr<Diagnostic::DiagnosticReport> createReport(
-    const Diagnostic::DiagnosticData& repository) {
-  auto report = repository.createReport(42, 20240, 10, kDeviceId, kSessionId);
+    const Diagnostic::DiagnosticData& repository, const ReportUuid& id) {
+  auto report = repository.createReport(id, 42, 20240, 10, kDeviceId, kSessionId);
   require(report != nullptr, "creating a report");
   return report;
 }
 
-std::string integerPropertyName(std::size_t number) {
+std::vector<ReportUuid> randomIds(std::size_t count) {
+  std::vector<ReportUuid> ids(count);
+  for (ReportUuid& id : ids) {
+    id.randomize();
+  }
+  return ids;
+}
+
+std::string propertyName(std::size_t number) {
   return "property_" + std::to_string(number);
 }
 
-void addIntegerProperties(Diagnostic::DiagnosticReport& report, std::size_t count,
-                          const std::vector<int>& levels) {
+Contents makeContents(Diagnostic::DiagnosticReportContentPropertyTypes type, std::size_t count,
+                      const std::vector<int>& levels) {
+  Contents contents;
   for (std::size_t i = 0; i < count; ++i) {
-    const std::string name = integerPropertyName(i);
-    require(report.createReportIntegerProperty(name, {"tag"}).has_value(), "creating a property");
+    auto& property = contents.emplace_back();
+    property.stable_id = propertyName(i);
+    property.property_type = type;
+    property.tags = {"tag"};
     for (const int level : levels) {
-      require(report.addReportIntegerVariation(name, level, 42, false).has_value(),
-              "adding a variation");
+      auto& variation = property.variations.emplace_back();
+      variation.integer = kValue;
+      variation.sensitivity_level = level;
     }
   }
+  return contents;
 }
 
 std::vector<std::string> newReportRecords() {
@@ -106,18 +118,6 @@ std::string recordOf(const std::string& key, const std::string& value) {
   const auto before = std::filesystem::file_size(file);
   require(store->set(key, value), "set");
   return std::string(std::filesystem::file_size(file) - before, 'r');
-}
-
-const std::filesystem::path& rootWithReports(std::size_t count) {
-  static std::map<std::size_t, Test::TemporaryDirectory> roots;
-  const auto [root, isNew] = roots.try_emplace(count);
-  if (isNew) {
-    const Diagnostic::DiagnosticData repository(root->second.path());
-    for (std::size_t i = 0; i < count; ++i) {
-      (void)createReport(repository);
-    }
-  }
-  return root->second.path();
 }
 
 }  // namespace KELP::Bench

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "peers/peer.h"
+
 #include <diagnostic/diagnosticdata.h>
 #include <os/keyvaluestore.h>
 
@@ -27,15 +29,21 @@ void require(bool success, const char* what);
 
 /** Creates a report with the identity that newReportMetadata() shows. */
 [[nodiscard]] std::unique_ptr<Diagnostic::DiagnosticReport> createReport(
-    const Diagnostic::DiagnosticData& repository);
+    const Diagnostic::DiagnosticData& repository, const ReportUuid& id);
 
-/** The name of the integer property with that number. */
-[[nodiscard]] std::string integerPropertyName(std::size_t number);
+[[nodiscard]] std::vector<ReportUuid> randomIds(std::size_t count);
 
-/** Gives a report, of which the caller holds the write lock, @p count integer properties with a
- *  variation at each of @p levels. */
-void addIntegerProperties(Diagnostic::DiagnosticReport& report, std::size_t count,
-                          const std::vector<int>& levels);
+/** The name of the property with that number. */
+[[nodiscard]] std::string propertyName(std::size_t number);
+
+/** The value of all integer variations. */
+constexpr int kValue = 42;
+/** The highest level of a new report's consent. */
+constexpr int kHighestLevel = 30;
+
+/** @p count properties of type @p type with an integer variation at each of @p levels. */
+[[nodiscard]] Contents makeContents(Diagnostic::DiagnosticReportContentPropertyTypes type,
+                                    std::size_t count, const std::vector<int>& levels);
 
 /**
  * The bytes that the store's file grows by for each of newReportMetadata(), as strings to append.
@@ -45,11 +53,5 @@ void addIntegerProperties(Diagnostic::DiagnosticReport& report, std::size_t coun
 
 /** As newReportRecords(), for one change of @p key to @p value. */
 [[nodiscard]] std::string recordOf(const std::string& key, const std::string& value);
-
-/**
- * A root with @p count reports; filled by the first call, and gone when the program ends. The
- * reports are in the state in which their creators let go of them.
- */
-[[nodiscard]] const std::filesystem::path& rootWithReports(std::size_t count);
 
 }  // namespace KELP::Bench

@@ -1,0 +1,30 @@
+#include "peers/peers.h"
+
+#include <stdexcept>
+
+namespace KELP::Bench {
+
+const std::vector<PeerKind>& peerKinds() {
+  using Root = const std::filesystem::path&;
+  static const std::vector<PeerKind> kKinds{
+      {"library", makeLibrary},
+      {"bare", [](Root root) { return makeBare(root, Durable::No); }},
+      {"bare_durable", [](Root root) { return makeBare(root, Durable::Yes); }},
+      {"sqlite_each", [](Root root) { return makeSqliteEach(root, Durable::No); }},
+      {"sqlite_each_durable", [](Root root) { return makeSqliteEach(root, Durable::Yes); }},
+      {"sqlite_all", [](Root root) { return makeSqliteAll(root, Durable::No); }},
+      {"sqlite_all_durable", [](Root root) { return makeSqliteAll(root, Durable::Yes); }},
+  };
+  return kKinds;
+}
+
+const PeerKind& peerKind(const std::string& name) {
+  for (const PeerKind& kind : peerKinds()) {
+    if (name == kind.name) {
+      return kind;
+    }
+  }
+  throw std::invalid_argument("no peer " + name);
+}
+
+}  // namespace KELP::Bench

@@ -1,0 +1,43 @@
+"""Plots how costs grow, one picture for each scale."""
+
+import os
+
+import matplotlib
+
+matplotlib.use("Agg")
+from matplotlib import pyplot  # noqa: E402  (the backend has to be chosen before)
+
+STYLES = {
+    "library": ("library", "tab:red", "o-"),
+    "bare": ("bare calls", "tab:gray", "s--"),
+    "sqlite_each": ("SQLite each", "tab:blue", "^-"),
+    "sqlite_all": ("one SQLite", "tab:green", "v-"),
+}
+
+
+def _plot(axes, run, prefix, time, title, label):
+    for peer, (name, colour, line) in STYLES.items():
+        amounts = run.amounts(f"{prefix}/{peer}")
+        costs = [run.median(f"{prefix}/{peer}/{amount}", time) / 1e3 for amount in amounts]
+        axes.plot(amounts, costs, line, color=colour, label=name, markersize=4)
+    axes.set_xscale("log")
+    axes.set_yscale("log")
+    axes.set_xticks(amounts, [f"{amount:,}" for amount in amounts])
+    axes.minorticks_off()
+    axes.set_title(title, fontsize=10)
+    axes.set_xlabel(label, fontsize=9)
+    axes.grid(True, alpha=0.3)
+
+
+def plot_scale(run, group, operations, time, label, file):
+    """@param operations by the names of their rows, their titles."""
+    figure, all_axes = pyplot.subplots(1, len(operations), figsize=(3.4 * len(operations), 3), dpi=100)
+    for axes, (operation, title) in zip(all_axes, operations.items()):
+        _plot(axes, run, f"{group}/{operation}", time, title, label)
+    all_axes[0].set_ylabel("µs", fontsize=9)
+    all_axes[0].legend(fontsize=7)
+    figure.tight_layout()
+    os.makedirs(os.path.dirname(file), exist_ok=True)
+    # Without the version and the time, so that equal results are equal files.
+    figure.savefig(file, metadata={"Software": None})
+    pyplot.close(figure)

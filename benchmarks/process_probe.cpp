@@ -1,0 +1,67 @@
+#include "sampledata.h"
+
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+// process_probe create PEER ROOT TIMES
+// process_probe set PEER ROOT TIMES ID
+//
+// One of several processes that use the same root: creates reports, or changes one of its own.
+// It prints a line when it is ready, begins when it gets one, and prints another when it is done.
+
+namespace KELP::Bench {
+namespace {
+
+void waitForGo() {
+  std::cout << "ready" << std::endl;
+  std::string line;
+  require(static_cast<bool>(std::getline(std::cin, line)), "waiting for the others");
+}
+
+void create(Peer& peer, std::size_t times) {
+  const std::vector<ReportUuid> ids = randomIds(times);
+  waitForGo();
+  for (const ReportUuid& id : ids) {
+    peer.create(id);
+  }
+}
+
+void set(Peer& peer, std::size_t times, const std::string& name) {
+  ReportUuid id;
+  require(id.parse(name.c_str()), "reading an identifier");
+  const auto report = peer.open(id, Access::Write);
+  const std::string text = "The application stopped: segmentation fault (signal 11)";
+  report->setDescription(text);
+  waitForGo();
+  for (std::size_t i = 0; i < times; ++i) {
+    report->setDescription(text);
+  }
+}
+
+int run(const std::vector<std::string>& arguments) {
+  if (arguments.size() < 4) {
+    std::cerr << "usage: process_probe create|set PEER ROOT TIMES [ID]\n";
+    return 2;
+  }
+  const auto peer = peerKind(arguments[1]).make(arguments[2]);
+  const std::size_t times = std::stoul(arguments[3]);
+  if (arguments[0] == "create") {
+    create(*peer, times);
+  } else {
+    set(*peer, times, arguments.at(4));
+  }
+  std::cout << "done" << std::endl;
+  return 0;
+}
+
+}  // namespace
+}  // namespace KELP::Bench
+
+int main(int argc, char** argv) try {
+  return KELP::Bench::run({argv + 1, argv + argc});
+} catch (const std::exception& error) {
+  std::cerr << "process_probe: " << error.what() << '\n';
+  return 1;
+}
