@@ -30,11 +30,12 @@ void lookAt(const std::string& path) {
   checked(::stat(path.c_str(), &status), "stat");
 }
 
-/** What is there is looked at before any of it is opened: opening may change it. */
-void openReportFiles(const std::string& lockPath, const std::string& storePath,
-                     std::string& buffer) {
-  lookAt(lockPath);
-  lookAt(storePath);
+void openReportFiles(const std::string& lockPath, const std::string& storePath, std::string& buffer,
+                     Looks looks) {
+  if (looks == Looks::Yes) {
+    lookAt(lockPath);
+    lookAt(storePath);
+  }
   const int lock = openFile(lockPath, O_RDWR);
   checked(::flock(lock, LOCK_SH | LOCK_NB), "flock");
   checked(::flock(lock, LOCK_UN), "flock");
@@ -47,7 +48,7 @@ void openReportFiles(const std::string& lockPath, const std::string& storePath,
 /** Opens all reports of @p root, and calls @p visit with the directory of each. @return how many
  *  there are. */
 template <typename Visit>
-std::size_t openEachReport(const std::string& root, std::string& buffer, Visit visit) {
+std::size_t openEachReport(const std::string& root, std::string& buffer, Looks looks, Visit visit) {
   std::size_t count = 0;
   std::string directory;
   std::string lock;
@@ -56,8 +57,10 @@ std::size_t openEachReport(const std::string& root, std::string& buffer, Visit v
     directory.assign(root).append("/").append(name);
     lock.assign(directory).append("/lock");
     store.assign(directory).append("/metadata.db");
-    lookAt(directory);
-    openReportFiles(lock, store, buffer);
+    if (looks == Looks::Yes) {
+      lookAt(directory);
+    }
+    openReportFiles(lock, store, buffer, looks);
     visit(directory);
     ++count;
   });
@@ -121,12 +124,12 @@ void createReport(const Report& report, const std::vector<std::string>& records,
   closeFile(lock);
 }
 
-void openReport(const Report& report, std::string& buffer) {
-  openReportFiles(report.lock, report.store, buffer);
+void openReport(const Report& report, std::string& buffer, Looks looks) {
+  openReportFiles(report.lock, report.store, buffer, looks);
 }
 
-std::size_t openAllReports(const std::string& root, std::string& buffer) {
-  return openEachReport(root, buffer, [](const std::string&) {});
+std::size_t openAllReports(const std::string& root, std::string& buffer, Looks looks) {
+  return openEachReport(root, buffer, looks, [](const std::string&) {});
 }
 
 void removeReport(const Report& report) {
@@ -152,7 +155,7 @@ ReportsWatch::ReportsWatch(const std::string& root)
       rootWatch_(
           checked(::inotify_add_watch(inotify_, root.c_str(), IN_CREATE), "inotify_add_watch")) {
   std::string buffer(4096, '\0');
-  count_ = openEachReport(root, buffer, [&](const std::string& directory) {
+  count_ = openEachReport(root, buffer, Looks::Yes, [&](const std::string& directory) {
     checked(::inotify_add_watch(inotify_, directory.c_str(), kReportEvents), "inotify_add_watch");
   });
 }

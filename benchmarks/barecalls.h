@@ -64,13 +64,17 @@ void forEachEntry(const std::string& directory, Visit visit) {
  */
 void createReport(const Report& report, const std::vector<std::string>& records, Durable durable);
 
+/** Whether what is there is looked at (stat) before any of it is opened: the library does, since
+ * what stands in a file's place must not be opened unseen. */
+enum class Looks { No, Yes };
+
 /** Opens a report and closes it: a look at both files, then both, a shared lock and its release,
  * one read of the store into @p buffer. */
-void openReport(const Report& report, std::string& buffer);
+void openReport(const Report& report, std::string& buffer, Looks looks);
 
 /** Looks at each entry of @p root and opens it, as openReport() does. @return how many there are.
  */
-std::size_t openAllReports(const std::string& root, std::string& buffer);
+std::size_t openAllReports(const std::string& root, std::string& buffer, Looks looks);
 
 /** Takes the report's lock, reads its directory, unlinks both files and removes it. */
 void removeReport(const Report& report);

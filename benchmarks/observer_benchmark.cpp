@@ -1,5 +1,6 @@
 #include "barecalls.h"
 #include "changememory.h"
+#include "peers/sqlitedatabase.h"
 #include "reports.h"
 #include "sampledata.h"
 #include "support/childprocess.h"
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -198,6 +200,28 @@ void bareStart(benchmark::State& state) {
   }
 }
 
+// SQLite tells nobody of a change: who wants to know it has to look, again and again, at each
+// database.
+void sqlitePoll(benchmark::State& state, const char* peer, const char* pattern) {
+  const Reports reports(peerKind(peer), kBurstReports);
+  std::vector<std::unique_ptr<SqliteDatabase>> databases;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(reports.root())) {
+    if (entry.path().filename() == pattern) {
+      databases.push_back(std::make_unique<SqliteDatabase>(entry.path(), "", Durable::No));
+    }
+  }
+  require(!databases.empty(), "finding a database");
+  for (auto _ : state) {
+    for (const auto& database : databases) {
+      SqliteStatement& version = database->statement("PRAGMA data_version").with();
+      require(version.row(), "looking for changes");
+      version.end();
+    }
+  }
+}
+
+BENCHMARK_CAPTURE(sqlitePoll, , "sqlite_each", "metadata.db")->Name("observer_poll/sqlite_each");
+BENCHMARK_CAPTURE(sqlitePoll, , "sqlite_all", "reports.db")->Name("observer_poll/sqlite_all");
 BENCHMARK(latency)->Name("observer_latency")->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(burst<LibraryWatcher>)
     ->Name("observer_burst/library")

@@ -25,9 +25,10 @@ constexpr std::size_t kReadBuffer = 4096;
  */
 class BareReport : public PeerReport {
  public:
-  BareReport(BareCalls::Report report, Access access, std::string& buffer, Durable durable)
+  BareReport(BareCalls::Report report, Access access, std::string& buffer, Durable durable,
+             BareCalls::Looks looks)
       : report_(std::move(report)), access_(access), durable_(durable) {
-    BareCalls::openReport(report_, buffer);
+    BareCalls::openReport(report_, buffer, looks);
     if (access_ == Access::Write) {
       lock_ = BareCalls::openFile(report_.lock, O_RDWR);
       BareCalls::checked(::flock(lock_, LOCK_EX | LOCK_NB), "flock");
@@ -131,16 +132,17 @@ class BareReport : public PeerReport {
 
 class Bare : public Peer {
  public:
-  Bare(const fs::path& root, Durable durable) : root_(root.string()), durable_(durable) {}
+  Bare(const fs::path& root, Durable durable, BareCalls::Looks looks)
+      : root_(root.string()), durable_(durable), looks_(looks) {}
 
   void create(const ReportUuid& id) override {
     static const std::vector<std::string> kRecords = newReportRecords();
     BareCalls::createReport(placeOf(id), kRecords, durable_);
   }
   std::unique_ptr<PeerReport> open(const ReportUuid& id, Access access) override {
-    return std::make_unique<BareReport>(placeOf(id), access, buffer_, durable_);
+    return std::make_unique<BareReport>(placeOf(id), access, buffer_, durable_, looks_);
   }
-  std::size_t list() override { return BareCalls::openAllReports(root_, buffer_); }
+  std::size_t list() override { return BareCalls::openAllReports(root_, buffer_, looks_); }
   void remove(const ReportUuid& id) override { BareCalls::removeReport(placeOf(id)); }
 
  private:
@@ -150,13 +152,18 @@ class Bare : public Peer {
 
   std::string root_;
   Durable durable_;
+  BareCalls::Looks looks_;
   std::string buffer_ = std::string(kReadBuffer, '\0');
 };
 
 }  // namespace
 
 std::unique_ptr<Peer> makeBare(const fs::path& root, Durable durable) {
-  return std::make_unique<Bare>(root, durable);
+  return std::make_unique<Bare>(root, durable, BareCalls::Looks::Yes);
+}
+
+std::unique_ptr<Peer> makeBareBlind(const fs::path& root) {
+  return std::make_unique<Bare>(root, Durable::No, BareCalls::Looks::No);
 }
 
 }  // namespace KELP::Bench

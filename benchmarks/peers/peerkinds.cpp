@@ -10,6 +10,7 @@ const std::vector<PeerKind>& peerKinds() {
       {"library", makeLibrary},
       {"bare", [](Root root) { return makeBare(root, Durable::No); }},
       {"bare_durable", [](Root root) { return makeBare(root, Durable::Yes); }},
+      {"bare_blind", makeBareBlind},
       {"sqlite_each", [](Root root) { return makeSqliteEach(root, Durable::No); }},
       {"sqlite_each_durable", [](Root root) { return makeSqliteEach(root, Durable::Yes); }},
       {"sqlite_all", [](Root root) { return makeSqliteAll(root, Durable::No); }},

@@ -15,6 +15,9 @@ namespace KELP::Bench {
  *  the library makes durable. */
 [[nodiscard]] std::unique_ptr<Peer> makeBare(const std::filesystem::path& root, Durable durable);
 
+/** The same, but a report is opened without a look at what stands there. */
+[[nodiscard]] std::unique_ptr<Peer> makeBareBlind(const std::filesystem::path& root);
+
 /** Reports as the library's, each a directory with a lock and the contents as a JSON text, but with
  *  a database of one table of keys and values in the place of the store. */
 [[nodiscard]] std::unique_ptr<Peer> makeSqliteEach(const std::filesystem::path& root,

@@ -58,9 +58,7 @@ SqliteDatabase::SqliteDatabase(const std::filesystem::path& file, const std::str
   connection_.reset(connection);
   require(result == SQLITE_OK, "sqlite3_open_v2");
   sqlite3_busy_timeout(connection, kPatienceMs);
-  if (journal == "WAL") {
-    execute("PRAGMA journal_mode=WAL");
-  } else if (journal != "DELETE") {
+  if (!journal.empty()) {
     execute(("PRAGMA journal_mode=" + journal).c_str());
   }
   execute(durable == Durable::Yes ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=OFF");

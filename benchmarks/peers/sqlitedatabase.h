@@ -51,7 +51,8 @@ class SqliteStatement {
 class SqliteDatabase {
  public:
   /**
-   * @param journal "DELETE", SQLite's own choice, or "WAL".
+   * @param journal the mode to set, such as "WAL"; empty for that of the file, which is DELETE at
+   * first.
    * @param durable whether each transaction is synced (synchronous=FULL), or none is (OFF).
    */
   SqliteDatabase(const std::filesystem::path& file, const std::string& journal, Durable durable);

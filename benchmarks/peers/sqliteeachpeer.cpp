@@ -17,10 +17,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** The file's own: DELETE, as SQLite chooses. With WAL, two more files come and go with each opening,
- *  and closing ends with a checkpoint. Measured with both, creating and opening cost half as much like
- *  this, and a durable change a fraction; setters of a report that stays open cost four times as much. */
-constexpr const char* kJournal = "DELETE";
+/** The file's own: DELETE, as SQLite chooses. With WAL, two more files come and go with each
+ * opening, and closing ends with a checkpoint. Measured with both, creating and opening cost half
+ * as much like this, and a durable change a fraction; setters of a report that stays open cost four
+ * times as much. */
+constexpr const char* kJournal = "";
 
 /** A descriptor of a report's lock file, which is unlocked at the end. */
 class ReportLock {
