@@ -224,8 +224,10 @@ def scale_table(run, group):
             lines = [line(group, *[f"{amount:,}" for amount in amounts]), "|---|" + "--:|" * len(amounts)]
         for peer, name in (("library", "library"), ("bare", "bare calls"),
                            ("sqlite_each", "SQLite each"), ("sqlite_all", "one SQLite")):
+            measured = run.amounts(f"{prefix}/{peer}")
             lines.append(line(f"{title}: {name}", *[
-                time_text(run.median(f"{prefix}/{peer}/{amount}", time)) for amount in amounts]))
+                time_text(run.median(f"{prefix}/{peer}/{amount}", time)) if amount in measured else ""
+                for amount in amounts]))
     return "\n".join(lines)
 
 

@@ -20,6 +20,7 @@ def _plot(axes, run, prefix, time, title, label):
         amounts = run.amounts(f"{prefix}/{peer}")
         costs = [run.median(f"{prefix}/{peer}/{amount}", time) / 1e3 for amount in amounts]
         axes.plot(amounts, costs, line, color=colour, label=name, markersize=4)
+    amounts = run.amounts(f"{prefix}/library")
     axes.set_xscale("log")
     axes.set_yscale("log")
     axes.set_xticks(amounts, [f"{amount:,}" for amount in amounts])
