@@ -19,7 +19,8 @@ from results import Run
 ROWS = [
     ("create", True, "create", "make a report with its sixteen values, and close it"),
     ("open", False, "open", "open a report and close it"),
-    ("change", True, "open, set, close", "open a report, take its write lock, set its description, close it"),
+    ("change", True, "open, set, close", "open a report, take its write lock, set its description, close it; again and again the same one, "
+     "so that opening reads a store that is half full of old records, some 30 KiB"),
     ("visit", True, "the same by a new process",
      "as before, with all that is kept between operations made anew: what a program does that was "
      "started for it (without its start)"),

@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** Somewhat more than the store of a new report, so that one read takes all of it. */
-constexpr std::size_t kReadBuffer = 4096;
+/** As large as a store becomes before it is written anew, so that one read takes all of it. */
+constexpr std::size_t kReadBuffer = std::size_t{128} << 10;
 
 /**
  * An open report, of which nothing is known but what it was given by this object: what would be
