@@ -1,5 +1,6 @@
 """Plots how costs grow, one picture for each scale."""
 
+import math
 import os
 
 import matplotlib
@@ -23,6 +24,8 @@ def _plot(axes, run, prefix, time, title, label):
     amounts = run.amounts(f"{prefix}/library")
     axes.set_xscale("log")
     axes.set_yscale("log")
+    low, high = axes.get_ylim()
+    axes.set_ylim(10 ** math.floor(math.log10(low)), 10 ** math.ceil(math.log10(high)))
     axes.set_xticks(amounts, [f"{amount:,}" for amount in amounts])
     axes.minorticks_off()
     axes.set_title(title, fontsize=10)
