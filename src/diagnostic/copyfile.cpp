@@ -125,7 +125,11 @@ std::error_code overwriteFile(const Source& source, const ReportPlace& place) {
   if (const std::error_code code = whyNoDestination(status, source)) {
     return code;
   }
-  return ::ftruncate(copy.get(), 0) == 0 ? fill(source, copy) : lastError();
+  // ext4 writes a file out when it is closed after it was cut to nothing, even one that was empty.
+  if (status.st_size > 0 && ::ftruncate(copy.get(), 0) != 0) {
+    return lastError();
+  }
+  return fill(source, copy);
 }
 
 }  // namespace
