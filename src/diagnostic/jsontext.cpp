@@ -6,21 +6,24 @@
 #include <json/writer.h>
 
 #include <memory>
+#include <sstream>
 
 namespace KELP::Diagnostic {
 namespace {
 
-/** What makes readers. To make it takes longer than to read a short text. */
+// To make one of these takes longer than to read or write a short text. They are never destroyed: a
+// report that a client keeps in a static object may be used when statics are.
+
 const Json::CharReaderBuilder& readers() {
-  static const Json::CharReaderBuilder builder;
+  static const auto& builder = *new Json::CharReaderBuilder;
   return builder;
 }
 
-/** What makes writers, of compact text. */
+/** Makes writers of compact text. */
 const Json::StreamWriterBuilder& writers() {
-  static const Json::StreamWriterBuilder builder = [] {
-    Json::StreamWriterBuilder compact;
-    compact["indentation"] = "";
+  static const auto& builder = *[] {
+    auto* const compact = new Json::StreamWriterBuilder;
+    (*compact)["indentation"] = "";
     return compact;
   }();
   return builder;
@@ -43,7 +46,12 @@ std::optional<std::string> parse(const std::string& text, Json::Value& root) try
 }  // namespace
 
 std::string writeJson(const Json::Value& array) {
-  return Json::writeString(writers(), array);
+  // Json::writeString() would not notice that the stream has run out of memory.
+  std::ostringstream text;
+  text.exceptions(std::ios::badbit);
+  const std::unique_ptr<Json::StreamWriter> writer(writers().newStreamWriter());
+  writer->write(array, &text);
+  return text.str();
 }
 
 std::optional<Json::Value> readJsonArray(const std::string& text) {

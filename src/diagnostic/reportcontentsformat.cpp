@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <locale>
 #include <string_view>
 #include <utility>
 
@@ -38,9 +39,14 @@ bool takeText(Variation& from, Variation& variation) {
 }
 
 template <auto member>
-bool takeNumber(Variation& from, Variation& variation) {
+bool takeWhole(Variation& from, Variation& variation) {
   variation.*member = from.*member;
-  return std::isfinite(static_cast<double>(variation.*member));
+  return true;
+}
+
+bool takeDouble(Variation& from, Variation& variation) {
+  variation.double_ = from.double_;
+  return std::isfinite(variation.double_) && std::locale() == std::locale::classic();
 }
 
 // Json::Value::isInt() also takes a real number without a fraction, and refuses what needs more
@@ -60,17 +66,16 @@ constexpr ValueForm kValueForms[] = {
      [](const Variation& variation) { return Json::Value(variation.integer); },
      [](const Json::Value& value) { return value.isInt(); },
      [](const Json::Value& value, Variation& out) { out.integer = value.asInt(); },
-     takeNumber<&Variation::integer>},
+     takeWhole<&Variation::integer>},
     {Type::DOUBLE, "double",
      [](const Variation& variation) { return Json::Value(variation.double_); },
      [](const Json::Value& value) { return value.isNumeric(); },
-     [](const Json::Value& value, Variation& out) { out.double_ = value.asDouble(); },
-     takeNumber<&Variation::double_>},
+     [](const Json::Value& value, Variation& out) { out.double_ = value.asDouble(); }, takeDouble},
     {Type::BOOLEAN, "boolean",
      [](const Variation& variation) { return Json::Value(variation.boolean); },
      [](const Json::Value& value) { return value.isBool(); },
      [](const Json::Value& value, Variation& out) { out.boolean = value.asBool(); },
-     takeNumber<&Variation::boolean>},
+     takeWhole<&Variation::boolean>},
 };
 
 /** The form of @p type; null when its variations have no value. */
@@ -102,6 +107,7 @@ Json::Value& appendObject(Json::Value& list) {
 
 void writeProperty(const Property& property, Json::Value& object) {
   member(object, "stable_id") = property.stable_id;
+  // The names are literals, so they end with a NUL.
   member(object, "property_type") = Json::StaticString(
       DiagnosticReportContentPropertyTypesToString(property.property_type).data());
   member(object, "media_type") = property.media_type;
@@ -143,7 +149,6 @@ std::vector<Variation> readVariations(const Json::Value& array, Type type) {
   if (form == nullptr || !array.isArray()) {
     return variations;
   }
-  variations.reserve(array.size());
   for (const Json::Value& element : array) {
     if (std::optional<Variation> variation = readVariation(element, *form)) {
       variations.push_back(std::move(*variation));
@@ -224,7 +229,6 @@ std::optional<ReportContents> readReportContents(const std::string& text) {
     return std::nullopt;
   }
   ReportContents contents;
-  contents.reserve(root->size());
   for (const Json::Value& element : *root) {
     if (std::optional<Property> property = readProperty(element)) {
       contents.push_back(std::move(*property));

@@ -24,8 +24,9 @@ using ReportContents = std::vector<DiagnosticReportContentProperties>;
 /**
  * Makes of @p contents what reading their stored text would give, without the text.
  *
- * @return false when only the text can tell, which is so for characters other than printable ASCII
- *         and for values that are no finite numbers. Then @p contents may be half of it.
+ * @return false when only the text can tell, which is so for characters other than printable ASCII,
+ *         for values that are no finite numbers, and for fractions in another locale than the
+ *         classic one. Then @p contents may be half of it.
  */
 [[nodiscard]] bool makeAsStored(ReportContents& contents);
 

@@ -34,8 +34,9 @@ bool isRegularFile(const std::string& path) {
 /**
  * Where the parts of a whole report are, found out by one look at each. Empty says nothing.
  *
- * Their paths need no check: what was found directly in a directory is within it. A relative path
- * would also need the working directory, and the system ends one at a NUL.
+ * Their paths need no check: what was found directly in a directory is within it. (The check itself
+ * would also refuse a root whose links resolve to a path that is too long to be used.) A relative
+ * path would need the working directory too, and the system ends one at a NUL.
  */
 std::optional<Parts> findParts(const fs::path& root, const ReportUuid& id) {
   const std::string& start = root.native();
@@ -108,9 +109,12 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
   }
 
   store_ = std::make_shared<ReportStore>(parts->metadata);
-  const std::optional<ReportUuid> stored = read(keys::kReportId);
-  if (!stored && !store_->isReady()) {
-    return fail("Failed to initialize metadata kv store for report");
+  std::optional<ReportUuid> stored = read(keys::kReportId);
+  if (!stored) {
+    if (!store_->isReady()) {
+      return fail("Failed to initialize metadata kv store for report");
+    }
+    stored = read(keys::kReportId);  // The store may have become ready in between.
   }
   if (!stored || *stored != id_) {
     OS::log(ANDROID_LOG_WARN, "Report id mismatch: expected %s, got %s", id_.toString().c_str(),

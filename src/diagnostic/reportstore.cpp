@@ -19,13 +19,12 @@ ReportStore::ReportStore(const std::string& path) : values_(path, kName, options
 
 std::optional<ReportContents> ReportStore::read(const MetadataProperty<ReportContents>& property) {
   std::optional<std::string> text = values_.get(property.getKey());
-  if (text && !text_.empty() && *text == text_) {
+  if (text && !text_.empty() && *text == text_ && std::locale() == locale_) {
     return contents_;
   }
   std::optional<ReportContents> contents = property.unserialize(text);
   if (text && contents && text->size() <= kLongestKept) {
-    text_ = *std::move(text);
-    contents_ = *contents;
+    keep(*std::move(text), ReportContents(*contents));
   }
   return contents;
 }
@@ -36,10 +35,15 @@ bool ReportStore::write(const MetadataProperty<ReportContents>& property, Report
     return false;
   }
   if (text.size() <= kLongestKept && makeAsStored(contents)) {
-    text_ = std::move(text);
-    contents_ = std::move(contents);
+    keep(std::move(text), std::move(contents));
   }
   return true;
+}
+
+void ReportStore::keep(std::string text, ReportContents contents) noexcept {
+  text_ = std::move(text);
+  contents_ = std::move(contents);
+  locale_ = std::locale();
 }
 
 }  // namespace KELP::Diagnostic

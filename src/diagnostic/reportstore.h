@@ -5,6 +5,7 @@
 #include <diagnostic/metadataproperty.h>
 #include <os/keyvaluestore.h>
 
+#include <locale>
 #include <optional>
 #include <string>
 #include <utility>
@@ -29,6 +30,7 @@ class ReportStore {
   std::optional<T> read(const MetadataProperty<T>& property) {
     return property.get(values_);
   }
+  /** The same. The property must have no default. */
   std::optional<ReportContents> read(const MetadataProperty<ReportContents>& property);
 
   template <typename T>
@@ -38,9 +40,13 @@ class ReportStore {
   bool write(const MetadataProperty<ReportContents>& property, ReportContents contents);
 
  private:
+  /** Keeps @p contents as what reading @p text gives now. */
+  void keep(std::string text, ReportContents contents) noexcept;
+
   OS::KeyValueStore values_;
   std::string text_;         ///< Empty when nothing is kept.
-  ReportContents contents_;  ///< What reading the text gives.
+  ReportContents contents_;  ///< What reading the text gives in the locale.
+  std::locale locale_;       ///< The JSON library reads fractions by it.
 };
 
 }  // namespace KELP::Diagnostic

@@ -47,8 +47,9 @@ bool canBeLookedUp(const std::string& path, bool requireExisting) {
  * Whether resolving @p directory is sure to work, found out by one look instead of one for each of
  * its components. False says nothing.
  *
- * When the whole path can be looked up, then so can each of its beginnings, which is all that
- * resolving does. A relative path also needs the working directory.
+ * When the whole path can be looked up, then so can each of its beginnings. A relative path also
+ * needs the working directory. (Resolving refuses what is within all the same if its links come to
+ * a path longer than the system takes, or if one in /proc leads to a removed directory.)
  */
 bool surelyResolves(const std::string& directory, bool requireExisting) {
   return directory.starts_with('/') && canBeLookedUp(directory, requireExisting);
@@ -65,7 +66,7 @@ bool surelyStaysBelow(const std::string& directory, const std::string& path, boo
        end = path.find('/', end + 1)) {
     struct stat status {};
     if (::lstat(path.substr(0, end).c_str(), &status) != 0) {
-      // The first that is missing: what is behind it cannot be a link, but be too long.
+      // Behind the first that is missing there is no link, but the whole may be too long.
       return !requireExisting && canBeLookedUp(path.substr(0, path.rfind('/')), false);
     }
     if (S_ISLNK(status.st_mode)) {

@@ -8,9 +8,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <limits>
+#include <locale>
+#include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KELP::Diagnostic {
@@ -67,6 +75,13 @@ std::vector<Addition> additions() {
       addition("Boolean", Type::BOOLEAN, fullVariation(2)),
       addition("Unknown", Type::UNKNOWN, fullVariation(2)),
       addition("OutsideTheEnumeration", static_cast<Type>(77), fullVariation(2)),
+      addition("SmallestInteger", Type::INTEGER,
+               variationWith(std::numeric_limits<int>::min(), &Variation::integer,
+                             std::numeric_limits<std::int32_t>::min())),
+      addition("LargestInteger", Type::INTEGER,
+               variationWith(std::numeric_limits<int>::max(), &Variation::integer,
+                             std::numeric_limits<std::int32_t>::max())),
+      addition("Long", Type::STRING, withText(std::string(3 << 19, 'x'))),
       addition("Quotes", Type::STRING, withText(R"(a "quoted" \ text / and more)")),
       addition("Controls", Type::STRING, withText(control)),
       addition("Accents", Type::STRING, withText("caf\xc3\xa9 \xf0\x9f\x98\x80")),
@@ -169,6 +184,66 @@ TEST_F(KeptContents, StayAsTheyAreWhenAChangeFails) {
   static_cast<void>(log_.take());
   EXPECT_THAT(contents(), testing::ElementsAre(numbered("p", {1})));
   expectAsStored();
+}
+
+/** Numbers with a decimal comma, and the locale that was there before at the end. */
+class CommaLocale {
+ public:
+  CommaLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new Comma))) {}
+  ~CommaLocale() { std::locale::global(before_); }
+  CommaLocale(const CommaLocale&) = delete;
+  CommaLocale& operator=(const CommaLocale&) = delete;
+
+ private:
+  struct Comma : std::numpunct<char> {
+    [[nodiscard]] char do_decimal_point() const override { return ','; }
+  };
+  std::locale before_;
+};
+
+// The JSON library writes a point always, and reads by the locale.
+TEST_F(KeptContents, FollowTheLocaleAsReadingDoes) {
+  const Property fraction{"p", Type::DOUBLE, "", {}, {withNumber(0.5)}};
+  {
+    const CommaLocale comma;
+    add(fraction);
+    expectAsStored();
+  }
+  expectAsStored();
+  EXPECT_THAT(contents(), testing::ElementsAre(fraction));
+  const CommaLocale comma;
+  expectAsStored();
+}
+
+/** Changes a report when static objects are destroyed. */
+struct LastChange {
+  ~LastChange() {
+    const bool made = report && report->addReportIntegerVariation("p", 7, 8, false) &&
+                      report->getReportContents().has_value();
+    static_cast<void>(std::fputs(made ? "made" : "not made", stderr));
+  }
+  std::unique_ptr<Report> report;
+};
+
+class KeptContentsDeathTest : public KeptContents {
+ protected:
+  /** Never returns. */
+  void changeAtExit() {
+    static LastChange last;  // Before the first use of contents, so that it ends after all of that.
+    add(numbered("p", {1}));
+    add({"read",
+         Type::STRING,
+         "",
+         {},
+         {withText("caf\xc3\xa9")}});  // Not kept, but read each time.
+    last.report = std::move(report_);
+    std::exit(0);
+  }
+};
+
+TEST_F(KeptContentsDeathTest, CanBeChangedWhenStaticObjectsAreDestroyed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // In a process that has done nothing before.
+  EXPECT_EXIT(changeAtExit(), testing::ExitedWithCode(0), "^made$");
 }
 
 TEST_F(KeptContents, OfTwoObjectsFollowEachOther) {
