@@ -1,10 +1,10 @@
 #include "changememory.h"
+#include "probe.h"
 #include "sampledata.h"
 
 #include <diagnostic/diagnosticdata.h>
 
 #include <cstddef>
-#include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -77,12 +77,6 @@ void changeAll(const SharedChangeMemory& memory, const Reports& reports) {
   }
 }
 
-void waitForGo() {
-  std::cout << "ready" << std::endl;
-  std::string line;
-  require(static_cast<bool>(std::getline(std::cin, line)), "waiting for the watcher");
-}
-
 int run(const std::vector<std::string>& arguments) {
   if (arguments.size() == 4 && arguments[0] == "latency") {
     const SharedChangeMemory memory(arguments[1]);
@@ -107,9 +101,6 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace KELP::Bench
 
-int main(int argc, char** argv) try {
-  return KELP::Bench::run({argv + 1, argv + argc});
-} catch (const std::exception& error) {
-  std::cerr << "change_probe: " << error.what() << '\n';
-  return 1;
+int main(int argc, char** argv) {
+  return KELP::Bench::runProbe("change_probe", argc, argv, KELP::Bench::run);
 }

@@ -1,6 +1,6 @@
+#include "probe.h"
 #include "sampledata.h"
 
-#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -13,12 +13,6 @@
 
 namespace KELP::Bench {
 namespace {
-
-void waitForGo() {
-  std::cout << "ready" << std::endl;
-  std::string line;
-  require(static_cast<bool>(std::getline(std::cin, line)), "waiting for the others");
-}
 
 void create(Peer& peer, std::size_t times) {
   const std::vector<ReportUuid> ids = randomIds(times);
@@ -59,9 +53,6 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace KELP::Bench
 
-int main(int argc, char** argv) try {
-  return KELP::Bench::run({argv + 1, argv + argc});
-} catch (const std::exception& error) {
-  std::cerr << "process_probe: " << error.what() << '\n';
-  return 1;
+int main(int argc, char** argv) {
+  return KELP::Bench::runProbe("process_probe", argc, argv, KELP::Bench::run);
 }

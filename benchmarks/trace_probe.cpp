@@ -1,9 +1,9 @@
 #include "operations.h"
+#include "probe.h"
 
 #include <unistd.h>
 
 #include <cstdlib>
-#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -45,9 +45,6 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace KELP::Bench
 
-int main(int argc, char** argv) try {
-  return KELP::Bench::run({argv + 1, argv + argc});
-} catch (const std::exception& error) {
-  std::cerr << "trace_probe: " << error.what() << '\n';
-  return 1;
+int main(int argc, char** argv) {
+  return KELP::Bench::runProbe("trace_probe", argc, argv, KELP::Bench::run);
 }
