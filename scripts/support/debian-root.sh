@@ -24,14 +24,7 @@ require_root() {
 # in_root ROOT [FROM:TO]... -- COMMAND... runs a command in a root, with the folders FROM mounted there as TO.
 # Nobody else sees these mounts, and they end with the command.
 in_root() {
-  local root=$1 mounts=()
-  shift
-  while [[ $1 != -- ]]; do
-    mounts+=("$1")
-    shift
-  done
-  shift
-  cp -- /etc/resolv.conf "$root/etc/resolv.conf"
+  cp -- /etc/resolv.conf "$1/etc/resolv.conf"
   # shellcheck disable=SC2016  # The inner shell expands these.
   unshare --mount --fork --kill-child bash -euc '
     root=$1; shift
@@ -45,7 +38,7 @@ in_root() {
     shift
     exec chroot "$root" env -i HOME=/root LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin \
       DEBIAN_FRONTEND=noninteractive "$@"
-  ' in_root "$root" "${mounts[@]}" -- "$@" 9>&- </dev/null
+  ' in_root "$@" 9>&- </dev/null
 }
 
 # apt_in ROOT [FROM:TO]... -- ARGUMENTS... is apt-get in a root; it says something only when it fails.
