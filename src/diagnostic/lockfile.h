@@ -1,17 +1,18 @@
 #pragma once
 
-#include "os/filedescriptor.h"
+#include "diagnostic/direntry.h"
 
 #include <fcntl.h>
 
+#include <string>
+
 namespace KELP::Diagnostic {
 
-/** Never waits, and takes no terminal, whatever somebody has put in the file's place. @return the
- *  descriptor, or -1 with the reason in `errno`. */
-inline int openLockFile(const char* path, int flags) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+/** Never waits, and takes no terminal, whatever somebody has put in the file's place. `errno` tells
+ *  why it did not open. */
+inline OS::FileDescriptor openLockFile(const std::string& path, int flags) {
   constexpr mode_t kMode = 0644;
-  return OS::retryOnSignal([&] { return ::open(path, kFlags | flags, kMode); });
+  return openAt(AT_FDCWD, path, O_RDWR | O_NONBLOCK | O_NOCTTY | flags, kMode);
 }
 
 }  // namespace KELP::Diagnostic

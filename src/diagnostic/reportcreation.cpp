@@ -56,23 +56,24 @@ struct NewStore {
   ReportStore store;
 };
 
-/** Makes the directory of a report and the lock file in it, which must not be there yet. @return
- * its descriptor. */
-OS::expected<int, DiagnosticError> makeLockFile(const fs::path& directory, const fs::path& lock) {
+using LockFileResult = OS::expected<OS::FileDescriptor, DiagnosticError>;
+
+/** Makes the directory of a report and the lock file in it, which must not be there yet. */
+LockFileResult makeLockFile(const fs::path& directory, const fs::path& lock) {
   std::error_code creation;
   fs::create_directories(directory, creation);
   std::error_code ignored;
   if (!fs::is_directory(directory, ignored)) {
     return fail(creation, "Failed to create directory for report");
   }
-  const int descriptor = openLockFile(lock.c_str(), O_CREAT | O_EXCL);
-  if (descriptor < 0) {
+  OS::FileDescriptor made = openLockFile(lock, O_CREAT | O_EXCL);
+  if (!made) {
     const std::error_code code = lastSystemError();
     return fail(code, "Failed to create lock file for new report",
                 "Failed to create lock file for new report %s. errno = %d", lock.c_str(),
                 code.value());
   }
-  return descriptor;
+  return made;
 }
 
 }  // namespace
@@ -96,11 +97,11 @@ DiagnosticReport::Result DiagnosticReport::_create(fs::path root, ReportUuid id,
   }
 
   const fs::path present = nearestPresent(directory->parent_path());
-  OS::expected<int, DiagnosticError> descriptor = makeLockFile(*directory, *lock);
-  if (!descriptor) {
-    return std::move(descriptor).error();
+  LockFileResult lockFile = makeLockFile(*directory, *lock);
+  if (!lockFile) {
+    return std::move(lockFile).error();
   }
-  resetLock(*descriptor);
+  resetLock(lockFile->release());
   if (Result locked = acquireWriteLock(true); !locked) {
     return passOn(std::move(locked).error(), "Unable to acquire write lock for new report %s",
                   lock->c_str());

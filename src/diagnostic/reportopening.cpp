@@ -75,10 +75,9 @@ PartsResult searchParts(const DiagnosticReport& report) {
 }
 
 /** Opens the lock file that is there, or else makes one, but not where a link leads to. */
-int openOrCreateLockFile(const std::string& path) {
-  const int descriptor = openLockFile(path.c_str(), 0);
-  return descriptor < 0 && errno == ENOENT ? openLockFile(path.c_str(), O_CREAT | O_NOFOLLOW)
-                                           : descriptor;
+OS::FileDescriptor openOrCreateLockFile(const std::string& path) {
+  OS::FileDescriptor opened = openLockFile(path, 0);
+  return !opened && errno == ENOENT ? openLockFile(path, O_CREAT | O_NOFOLLOW) : std::move(opened);
 }
 
 }  // namespace
@@ -94,14 +93,14 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
     }
     parts = *std::move(searched);
   }
-  const int descriptor = openOrCreateLockFile(parts->lock);
-  if (descriptor < 0) {
+  OS::FileDescriptor lock = openOrCreateLockFile(parts->lock);
+  if (!lock) {
     const std::error_code code = lastSystemError();
     return fail(code, "Failed to open lock file for existing report",
                 "Failed to open lock file for existing report %s. errno = %d", parts->lock.c_str(),
                 code.value());
   }
-  resetLock(descriptor);
+  resetLock(lock.release());
   if (waitForAndAquireReadLock(kOpeningPatience)) {
     releaseLock();
   } else {
