@@ -84,11 +84,9 @@ bool VerifyFilePathIsWithinRequiredDirectory(const std::string& path,
   // The usual questions, about a file that the caller has put below the directory.
   if (isBelowByText(requiredDir, path)) {
     const bool nested = path.find('/', requiredDir.size() + 1) != std::string::npos;
-    if (!nested && surelyResolves(requiredDir, requireExisting)) {
-      return true;
-    }
-    // What is left to the text behind a missing directory may lead out of it again.
-    if (nested && allowNested && surelyResolves(requiredDir, true) &&
+    // With a name in between, the directory has to be there: what is left to the text behind a
+    // missing one may lead out of it again.
+    if ((allowNested || !nested) && surelyResolves(requiredDir, requireExisting || nested) &&
         surelyStaysBelow(requiredDir, path, requireExisting)) {
       return true;
     }
