@@ -2,9 +2,9 @@
 
 #include "reports.h"
 #include "sampledata.h"
+#include "support/namedrow.h"
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 
 namespace KELP::Bench {
@@ -14,7 +14,6 @@ namespace fs = std::filesystem;
 using Type = Diagnostic::DiagnosticReportContentPropertyTypes;
 using Again = Operation::Again;
 
-const std::string kDescription = "The application stopped: segmentation fault (signal 11)";
 constexpr int kLevel = 10;
 
 /** The policy drops the upper half of these levels. */
@@ -194,6 +193,12 @@ class AddFile : public HeldWork {
   Test::TemporaryDirectory directory_;
 };
 
+/** Expects that the policy has dropped the half of the variations. */
+void expectHalf(PeerReport& report) {
+  require(report.countVariations() == kPolicyProperties * kPolicyLevels.size() / 2,
+          "dropping half of the variations");
+}
+
 /** The policy on a hundred variations, half of which it drops. */
 class PolicyOnValues : public HeldWork {
  public:
@@ -204,8 +209,7 @@ class PolicyOnValues : public HeldWork {
 
   void once() override { report().applyPolicy(); }
   void restore() override {
-    require(report().countVariations() == kPolicyProperties * kPolicyLevels.size() / 2,
-            "dropping half of the variations");
+    expectHalf(report());
     report().fill(contents_);
   }
 
@@ -224,8 +228,7 @@ class PolicyOnFiles : public HeldWork {
 
   void once() override { report().applyPolicy(); }
   void restore() override {
-    require(report().countVariations() == kPolicyProperties * kPolicyLevels.size() / 2,
-            "dropping half of the variations");
+    expectHalf(report());
     addFilesAbove(kPolicyConsent);
   }
 
@@ -272,12 +275,7 @@ const std::vector<Operation>& operations() {
 }
 
 const Operation& operation(const std::string& name) {
-  for (const Operation& each : operations()) {
-    if (name == each.name) {
-      return each;
-    }
-  }
-  throw std::invalid_argument("no operation " + name);
+  return Test::rowNamed(operations(), name);
 }
 
 }  // namespace KELP::Bench

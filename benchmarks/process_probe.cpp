@@ -26,11 +26,10 @@ void set(Peer& peer, std::size_t times, const std::string& name) {
   ReportUuid id;
   require(id.parse(name.c_str()), "reading an identifier");
   const auto report = peer.open(id, Access::Write);
-  const std::string text = "The application stopped: segmentation fault (signal 11)";
-  report->setDescription(text);
+  report->setDescription(kDescription);
   waitForGo();
   for (std::size_t i = 0; i < times; ++i) {
-    report->setDescription(text);
+    report->setDescription(kDescription);
   }
 }
 

@@ -36,6 +36,8 @@ void require(bool success, const char* what);
 /** The name of the property with that number. */
 [[nodiscard]] std::string propertyName(std::size_t number);
 
+/** The description that setters set. */
+inline const std::string kDescription = "The application stopped: segmentation fault (signal 11)";
 /** The value of all integer variations. */
 constexpr int kValue = 42;
 /** The highest level of a new report's consent. */

@@ -91,9 +91,7 @@ class BareReport : public PeerReport {
   }
   void applyPolicy() override {
     change(remainingRecord_);
-    for (const std::string& file : dropped_) {
-      BareCalls::checked(::unlink(file.c_str()), "unlink");
-    }
+    removeContentFiles(dropped_);
     added_.clear();
     contents_ = remaining_;
   }
@@ -109,9 +107,7 @@ class BareReport : public PeerReport {
 
   void prepareToDrop() {
     remaining_ = contents_;
-    dropped_.clear();
-    dropVariations(remaining_, consent_,
-                   [&](const std::string& path) { dropped_.push_back(path); });
+    dropped_ = dropVariations(remaining_, consent_);
     remainingRecord_ = recordOf("report_contents", writeContents(remaining_));
   }
 

@@ -1,8 +1,11 @@
 #include "peers/contents.h"
 
+#include "barecalls.h"
 #include "sampledata.h"
 
 #include <diagnostic/metadataproperty.h>
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <optional>
@@ -60,19 +63,20 @@ int bestValue(const Contents& contents, const std::string& name, int permitted) 
   return best->integer;
 }
 
-void dropVariations(Contents& contents, int permitted,
-                    const std::function<void(const std::string& path)>& dropFile) {
+std::vector<std::string> dropVariations(Contents& contents, int permitted) {
+  std::vector<std::string> files;
   for (auto& property : contents) {
     std::erase_if(property.variations, [&](const Variation& each) {
       if (each.sensitivity_level <= permitted) {
         return false;
       }
       if (property.isFileProperty()) {
-        dropFile(each.relative_path);
+        files.push_back(each.relative_path);
       }
       return true;
     });
   }
+  return files;
 }
 
 std::size_t countVariations(const Contents& contents) {
@@ -94,6 +98,12 @@ void copyContentFile(const fs::path& source, const fs::path& file) {
   }
   fs::create_directories(file.parent_path());
   fs::copy_file(source, file);
+}
+
+void removeContentFiles(const std::vector<std::string>& files) {
+  for (const std::string& file : files) {
+    BareCalls::checked(::unlink(file.c_str()), "unlink");
+  }
 }
 
 }  // namespace KELP::Bench

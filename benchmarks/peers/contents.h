@@ -3,8 +3,8 @@
 #include "peers/peer.h"
 
 #include <filesystem>
-#include <functional>
 #include <string>
+#include <vector>
 
 // What the peers of the library do with a report's contents, as it does itself.
 
@@ -22,9 +22,8 @@ namespace KELP::Bench {
 /** The value with the highest level up to @p permitted. */
 [[nodiscard]] int bestValue(const Contents& contents, const std::string& name, int permitted);
 
-/** Removes the variations above @p permitted, and calls @p dropFile with the path of each file. */
-void dropVariations(Contents& contents, int permitted,
-                    const std::function<void(const std::string& path)>& dropFile);
+/** Removes the variations above @p permitted. @return the paths of their files, which stay. */
+[[nodiscard]] std::vector<std::string> dropVariations(Contents& contents, int permitted);
 
 [[nodiscard]] std::size_t countVariations(const Contents& contents);
 
@@ -34,5 +33,7 @@ void dropVariations(Contents& contents, int permitted,
 
 /** Copies @p source to @p file, over what is there; with the directories, if they are missing. */
 void copyContentFile(const std::filesystem::path& source, const std::filesystem::path& file);
+
+void removeContentFiles(const std::vector<std::string>& files);
 
 }  // namespace KELP::Bench

@@ -1,6 +1,5 @@
 #include "peers/peers.h"
-
-#include <stdexcept>
+#include "support/namedrow.h"
 
 namespace KELP::Bench {
 
@@ -20,12 +19,7 @@ const std::vector<PeerKind>& peerKinds() {
 }
 
 const PeerKind& peerKind(const std::string& name) {
-  for (const PeerKind& kind : peerKinds()) {
-    if (name == kind.name) {
-      return kind;
-    }
-  }
-  throw std::invalid_argument("no peer " + name);
+  return Test::rowNamed(peerKinds(), name);
 }
 
 }  // namespace KELP::Bench

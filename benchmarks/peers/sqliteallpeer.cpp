@@ -1,9 +1,6 @@
-#include "barecalls.h"
 #include "peers/contents.h"
 #include "peers/peers.h"
 #include "sampledata.h"
-
-#include <unistd.h>
 
 #include <ctime>
 #include <utility>
@@ -73,12 +70,9 @@ class SqliteAllReport : public PeerReport {
         .run();
   }
   std::string getDescription() override {
-    SqliteStatement& found =
-        database_.statement("SELECT description FROM report WHERE report_id = ?1").with(id_);
-    require(found.row(), "finding a description");
-    std::string text = found.text(0);
-    found.end();
-    return text;
+    return database_.statement("SELECT description FROM report WHERE report_id = ?1")
+        .with(id_)
+        .onlyText();
   }
 
   void fill(const Contents& contents) override {
@@ -104,23 +98,17 @@ class SqliteAllReport : public PeerReport {
         .run();
   }
   std::size_t countVariations() override {
-    SqliteStatement& count =
-        database_.statement("SELECT count(*) FROM variation WHERE report_id = ?1").with(id_);
-    require(count.row(), "counting variations");
-    const int counted = count.integer(0);
-    count.end();
-    return static_cast<std::size_t>(counted);
+    return static_cast<std::size_t>(
+        database_.statement("SELECT count(*) FROM variation WHERE report_id = ?1")
+            .with(id_)
+            .onlyInteger());
   }
 
   void addVariation(const std::string& name, int level, int value) override {
     changeVariation(name, level, value, "");
   }
   int bestVariation(const std::string& name) override {
-    SqliteStatement& best = database_.statement(kFindBest).with(id_, name);
-    require(best.row(), "finding a variation");
-    const int value = best.integer(0);
-    best.end();
-    return value;
+    return database_.statement(kFindBest).with(id_, name).onlyInteger();
   }
   void addFile(const std::string& name, int level, const fs::path& source) override {
     const fs::path file = contentFile(directory_, name, level);
@@ -138,9 +126,7 @@ class SqliteAllReport : public PeerReport {
       }
       touch();
     });
-    for (const std::string& file : dropped) {
-      BareCalls::checked(::unlink(file.c_str()), "unlink");
-    }
+    removeContentFiles(dropped);
   }
 
  private:

@@ -36,8 +36,18 @@ std::string SqliteStatement::text(int column) const {
   return {static_cast<const char*>(text), static_cast<std::size_t>(size)};
 }
 
-int SqliteStatement::integer(int column) const {
-  return sqlite3_column_int(statement_.get(), column);
+std::string SqliteStatement::onlyText() {
+  require(row(), sqlite3_sql(statement_.get()));
+  std::string found = text(0);
+  end();
+  return found;
+}
+
+int SqliteStatement::onlyInteger() {
+  require(row(), sqlite3_sql(statement_.get()));
+  const int found = sqlite3_column_int(statement_.get(), 0);
+  end();
+  return found;
 }
 
 void SqliteStatement::bind(int index, const std::string& text) {

@@ -31,11 +31,13 @@ class SqliteStatement {
   void run();
   /** Goes to the next row. @return whether there is one; if not, nothing is locked any more. */
   bool row();
+  /** The first column of the one row that there must be. Lets go of what it has locked. */
+  std::string onlyText();
+  int onlyInteger();
   /** Lets go of what it has locked. */
   void end() { sqlite3_reset(statement_.get()); }
 
   [[nodiscard]] std::string text(int column) const;
-  [[nodiscard]] int integer(int column) const;
 
  private:
   void bind(int index, const std::string& text);

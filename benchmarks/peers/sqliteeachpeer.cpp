@@ -62,12 +62,7 @@ class KeyValueTable {
   }
 
   std::string get(const std::string& key) {
-    SqliteStatement& statement =
-        database_.statement("SELECT value FROM entry WHERE key = ?1").with(key);
-    require(statement.row(), "finding a key");
-    std::string value = statement.text(0);
-    statement.end();
-    return value;
+    return database_.statement("SELECT value FROM entry WHERE key = ?1").with(key).onlyText();
   }
 
  private:
@@ -112,13 +107,9 @@ class SqliteEachReport : public PeerReport {
   }
   void applyPolicy() override {
     Contents contents = read();
-    std::vector<std::string> dropped;
-    dropVariations(contents, permitted(),
-                   [&](const std::string& file) { dropped.push_back(file); });
+    const std::vector<std::string> dropped = dropVariations(contents, permitted());
     write(contents);
-    for (const std::string& file : dropped) {
-      BareCalls::checked(::unlink(file.c_str()), "unlink");
-    }
+    removeContentFiles(dropped);
   }
 
  private:

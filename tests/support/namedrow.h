@@ -13,7 +13,7 @@ template <typename Row>
 [[nodiscard]] const Row& rowNamed(const std::vector<Row>& table, const std::string& name) {
   const auto row = std::ranges::find(table, name, &Row::name);
   if (row == table.end()) {
-    throw std::invalid_argument(name);
+    throw std::invalid_argument("nothing is named " + name);
   }
   return *row;
 }
