@@ -6,6 +6,11 @@
 
 debian_roots=${XDG_CACHE_HOME:-$HOME/.cache}/kelp-debian
 
+# say TEXT... tells what the script does, and how long it has been running.
+say() {
+  echo "${0##*/}: $* ($SECONDS s)"
+}
+
 require_root() {
   if [[ $EUID -ne 0 ]]; then
     echo "${0##*/}: needs root, to make a system in a folder and to enter it: sudo $0" >&2
