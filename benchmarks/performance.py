@@ -68,8 +68,7 @@ DISK_NOTE = """
 
 A disk has its own ways: where ± is a large part of a number, syncs or writing out took now a fraction of a
 millisecond and now many, and nothing but the order of magnitude is told, not even a ratio. Spreads above 100% mean
-both. What is small there tells of the library: on ext4, "policy, 100 files" takes it milliseconds for each removed
-file, and copying over a file the same, and the bare calls do not. That is not explained yet; no call of it syncs."""
+both."""
 
 # How much more one report of very many may cost than one of a hundred.
 LONGER_LIST = 1.3
