@@ -112,6 +112,11 @@ std::error_code emptyDirectory(FileDescriptor directory) {
   return code;
 }
 
+bool isDirectoryOrLink(const ReportPlace& place) {
+  const mode_t type = typeOf(place.directory.get(), place.name);
+  return type == S_IFDIR || type == S_IFLNK;
+}
+
 }  // namespace
 
 void removeFiles(const fs::path& report, const fs::path& path) {
@@ -119,8 +124,8 @@ void removeFiles(const fs::path& report, const fs::path& path) {
   if (findPlace(report, path, place)) {
     return;
   }
-  const mode_t type = typeOf(place.directory.get(), place.name);
-  if (path.has_filename() || type == S_IFDIR || type == S_IFLNK) {
+  // A path that ends with a separator names no file.
+  if (path.has_filename() || isDirectoryOrLink(place)) {
     removeTree(place.directory.get(), place.name);
   }
 }

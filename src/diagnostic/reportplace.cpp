@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace KELP::Diagnostic {
@@ -31,9 +32,37 @@ FileDescriptor enter(int directory, const std::string& name, Missing missing) {
   return entered;
 }
 
+/** Opens what is below @p directory by the names from @p step on, none of which is a link. */
+FileDescriptor enterAll(FileDescriptor directory, fs::path::iterator step, fs::path::iterator end,
+                        Missing missing) {
+  for (; directory && step != end; ++step) {
+    if (!step->empty()) {
+      directory = enter(directory.get(), *step, missing);
+    }
+  }
+  return directory;
+}
+
+/**
+ * Opens the directory @p directory of a report without resolving it; nothing when its text does not
+ * lead from the report downwards, when a link is on the way, or when anything fails.
+ */
+FileDescriptor openAsWritten(const fs::path& report, const fs::path& directory) {
+  const auto end = directory.end();
+  const auto [rest, below] = std::mismatch(report.begin(), report.end(), directory.begin(), end);
+  if (rest != report.end() || std::find(below, end, "..") != end) {
+    return {};
+  }
+  return enterAll(openAt(AT_FDCWD, report, O_PATH | O_DIRECTORY), below, end, Missing::Fail);
+}
+
 /** Opens the directory @p directory of a report. */
 std::error_code openWithin(const fs::path& report, const fs::path& directory, Missing missing,
                            FileDescriptor& opened) {
+  opened = openAsWritten(report, directory);
+  if (opened) {
+    return {};
+  }
   std::error_code code;
   const fs::path top = fs::canonical(report, code);
   const fs::path resolved = code ? fs::path() : fs::weakly_canonical(directory, code);
@@ -44,12 +73,7 @@ std::error_code openWithin(const fs::path& report, const fs::path& directory, Mi
   if (way.empty() || *way.begin() == "..") {
     return std::make_error_code(std::errc::too_many_symbolic_link_levels);
   }
-  opened = openAt(AT_FDCWD, top, O_PATH | O_DIRECTORY);
-  for (const fs::path& step : way) {
-    if (opened && !step.empty()) {
-      opened = enter(opened.get(), step, missing);
-    }
-  }
+  opened = enterAll(openAt(AT_FDCWD, top, O_PATH | O_DIRECTORY), way.begin(), way.end(), missing);
   return opened ? std::error_code() : lastError();
 }
 
