@@ -82,7 +82,8 @@ void addScale(const std::string& group, const char* operation, std::size_t Amoun
   for (std::size_t count = least; count <= most; count *= 10) {
     Row row{group + "/" + operation, operation, {}};
     row.amounts.*amount = count;
-    for (const std::string peer : {"library", "bare", "sqlite_each", "sqlite_all"}) {
+    for (const char* const name : kMainPeers) {
+      const std::string peer = name;
       if (peer != "sqlite_each" || row.amounts.reports <= kMostDatabases) {
         add(row.name + "/" + peer + "/" + std::to_string(count), row, peerKind(peer));
       }

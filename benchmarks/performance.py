@@ -12,6 +12,7 @@ import os
 import string
 import sys
 
+from peernames import MAIN_PEERS
 from plots import plot_scale
 from results import Run
 
@@ -204,8 +205,8 @@ def observer_lines(run):
     mine, theirs = (run.median(f"observer_burst/{who}") / updates for who in ("library", "bare"))
     yield line("each of many changes, processor time", time_text(mine), time_text(theirs),
                f"{mine / theirs:.2f}")
-    for peer, name in (("sqlite_each", "SQLite each"), ("sqlite_all", "one SQLite")):
-        yield line(f"one look at 100 reports for changes, {name}", time_text(run.median(f"observer_poll/{peer}")),
+    for peer in ("sqlite_each", "sqlite_all"):
+        yield line(f"one look at 100 reports for changes, {MAIN_PEERS[peer]}", time_text(run.median(f"observer_poll/{peer}")),
                    "", "")
     for percent, name in ((50, "median"), (90, "nine of ten within")):
         mine, theirs = (run.counter("observer_latency", f"{who}_called_p{percent}")
@@ -229,8 +230,7 @@ def scale_table(run, group):
         amounts = run.amounts(f"{prefix}/library")
         if not lines:
             lines = [line(group, *[f"{amount:,}" for amount in amounts]), "|---|" + "--:|" * len(amounts)]
-        for peer, name in (("library", "library"), ("bare", "bare calls"),
-                           ("sqlite_each", "SQLite each"), ("sqlite_all", "one SQLite")):
+        for peer, name in MAIN_PEERS.items():
             measured = run.amounts(f"{prefix}/{peer}")
             lines.append(line(f"{title}: {name}", *[
                 time_text(run.median(f"{prefix}/{peer}/{amount}", time)) if amount in measured else ""

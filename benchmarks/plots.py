@@ -8,19 +8,21 @@ import matplotlib
 matplotlib.use("Agg")
 from matplotlib import pyplot  # noqa: E402  (the backend has to be chosen before)
 
+from peernames import MAIN_PEERS  # noqa: E402
+
 STYLES = {
-    "library": ("library", "tab:red", "o-"),
-    "bare": ("bare calls", "tab:gray", "s--"),
-    "sqlite_each": ("SQLite each", "tab:blue", "^-"),
-    "sqlite_all": ("one SQLite", "tab:green", "v-"),
+    "library": ("tab:red", "o-"),
+    "bare": ("tab:gray", "s--"),
+    "sqlite_each": ("tab:blue", "^-"),
+    "sqlite_all": ("tab:green", "v-"),
 }
 
 
 def _plot(axes, run, prefix, time, title, label):
-    for peer, (name, colour, line) in STYLES.items():
+    for peer, (colour, line) in STYLES.items():
         amounts = run.amounts(f"{prefix}/{peer}")
         costs = [run.median(f"{prefix}/{peer}/{amount}", time) / 1e3 for amount in amounts]
-        axes.plot(amounts, costs, line, color=colour, label=name, markersize=4)
+        axes.plot(amounts, costs, line, color=colour, label=MAIN_PEERS[peer], markersize=4)
     amounts = run.amounts(f"{prefix}/library")
     axes.set_xscale("log")
     axes.set_yscale("log")

@@ -49,7 +49,7 @@ void run(benchmark::State& state, const char* operation, const PeerKind& kind) {
 
 bool addAll() {
   for (const char* const operation : {"create", "set"}) {
-    for (const char* const peer : {"library", "bare", "sqlite_each", "sqlite_all"}) {
+    for (const char* const peer : kMainPeers) {
       const std::string name = std::string("processes/") + operation + "/" + peer;
       benchmark::RegisterBenchmark(name.c_str(), run, operation, peerKind(peer))
           ->RangeMultiplier(2)

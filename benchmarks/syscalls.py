@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-PEERS = ["library", "bare", "sqlite_each", "sqlite_all"]
+from peernames import MAIN_PEERS
 
 # Row, operation, properties, reports, bytes.
 ROWS = [
@@ -61,7 +61,7 @@ def main():
         sys.exit(__doc__)
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     with tempfile.TemporaryDirectory(prefix="kelp-syscalls-", dir=memory) as directory:
-        counts = {row[0]: {peer: trace(sys.argv[1], peer, row, directory) for peer in PEERS}
+        counts = {row[0]: {peer: trace(sys.argv[1], peer, row, directory) for peer in MAIN_PEERS}
                   for row in ROWS}
     with open(sys.argv[2], "w", encoding="utf-8") as stream:
         json.dump(counts, stream, indent=1)

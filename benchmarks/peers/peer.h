@@ -3,6 +3,7 @@
 #include <diagnostic/reportcontentproperties.h>
 #include <diagnostic/reportuuid.h>
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -71,6 +72,9 @@ struct PeerKind {
   /** @param root is there. */
   std::unique_ptr<Peer> (*make)(const std::filesystem::path& root);
 };
+
+/** Names of those that are compared everywhere. The others vary them. */
+constexpr std::array kMainPeers{"library", "bare", "sqlite_each", "sqlite_all"};
 
 /** All of them. */
 [[nodiscard]] const std::vector<PeerKind>& peerKinds();
