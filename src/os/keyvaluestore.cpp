@@ -208,12 +208,22 @@ class KeyValueStore::Impl {
     if (!value && !find(key)) {
       return true;
     }
-    if (!fits(end_, key, value)) {
-      if (fits(live_ + StoreFormat::kMagic.size(), key, value)) {
-        replaced = compact();
-      }
-      return replaced ? std::nullopt : std::optional(false);
+    if (fits(end_, key, value)) {
+      return writeOnce(key, value, replaced);
     }
+    if (fits(live_ + StoreFormat::kMagic.size(), key, value)) {
+      replaced = compact();
+    }
+    return replaced ? std::nullopt : std::optional(false);
+  }
+
+  /**
+   * Makes one change that has room, when the file is locked and read.
+   *
+   * @param replaced gets the file that was replaced by a compact one.
+   * @return as changeOnce().
+   */
+  std::optional<bool> writeOnce(std::string_view key, Value value, FileDescriptor& replaced) {
     // Only now, since watchers notice when a file that was open for writing is closed.
     const FileDescriptor target = openFile(path_, O_WRONLY);
     struct stat named {};
@@ -223,10 +233,7 @@ class KeyValueStore::Impl {
     if (!sameFile(named, loaded_)) {
       return std::nullopt;
     }
-    if (sizeOf(named) > end_ && !dropTornTail(target)) {
-      return false;
-    }
-    if (!record(target, key, value)) {
+    if ((sizeOf(named) > end_ && !dropTornTail(target)) || !record(target, key, value)) {
       return false;
     }
     try {
