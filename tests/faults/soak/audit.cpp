@@ -71,44 +71,62 @@ void Audit::take(const Entry& entry) {
     complain(found->second, entry.who + " had a lock that somebody else got");
     presumedEnded_.erase(found);
   }
-  if (entry.kind == Kind::Violation) {
-    complain(entry.id, entry.text);
-  } else if (entry.kind == Kind::Ended) {
-    ended(entry.who);
-  } else if (entry.kind == Kind::Listing || entry.kind == Kind::Counting) {
-    begun_[entry.who] = now_;
-  } else if (entry.kind == Kind::Listed) {
-    listed(entry);
-  } else if (entry.kind == Kind::Counted) {
-    counted(entry);
-  } else if (entry.kind == Kind::Creating) {
-    events_.creating(entry.id);
-    Trail& trail = trails_[entry.id];
-    trail.creating = now_;
-    trail.states = {entry.text};
-    trail.sessions[entry.who] = now_;
-  } else {
-    const auto found = trails_.find(entry.id);
-    if (found == trails_.end()) {
-      // Who has read the directory before, and was held up for long, may ask for what is gone.
-      if (entry.kind == Kind::Opened || entry.kind == Kind::Event) {
-        complain(entry.id, "a report that is gone, or never was");
-      }
-      return;
-    }
-    Trail& trail = found->second;
-    trail.recent.push_back(std::to_string(now_) + ' ' + entry.who + ' ' +
-                           static_cast<char>(entry.kind) + ' ' + entry.text);
-    if (trail.recent.size() > kRecentEntries) {
-      trail.recent.pop_front();
-    }
-    takeSession(entry, trail);
-    takeChange(entry, trail);
-    takeRepository(entry, trail);
+  switch (entry.kind) {
+    case Kind::Violation:
+      complain(entry.id, entry.text);
+      break;
+    case Kind::Ended:
+      ended(entry.who);
+      break;
+    case Kind::Listing:
+    case Kind::Counting:
+      begun_[entry.who] = now_;
+      break;
+    case Kind::Listed:
+      listed(entry);
+      break;
+    case Kind::Counted:
+      counted(entry);
+      break;
+    case Kind::Creating:
+      creating(entry);
+      break;
+    default:
+      takeOfReport(entry);
+      break;
   }
   if (now_ % kLongAgo == 0) {
     forgetOld();
   }
+}
+
+void Audit::creating(const Entry& entry) {
+  events_.creating(entry.id);
+  Trail& trail = trails_[entry.id];
+  trail.creating = now_;
+  trail.states = {entry.text};
+  trail.sessions[entry.who] = now_;
+}
+
+/** What somebody does with a report that was created before. */
+void Audit::takeOfReport(const Entry& entry) {
+  const auto found = trails_.find(entry.id);
+  if (found == trails_.end()) {
+    // Who has read the directory before, and was held up for long, may ask for what is gone.
+    if (entry.kind == Kind::Opened || entry.kind == Kind::Event) {
+      complain(entry.id, "a report that is gone, or never was");
+    }
+    return;
+  }
+  Trail& trail = found->second;
+  trail.recent.push_back(std::to_string(now_) + ' ' + entry.who + ' ' +
+                         static_cast<char>(entry.kind) + ' ' + entry.text);
+  if (trail.recent.size() > kRecentEntries) {
+    trail.recent.pop_front();
+  }
+  takeSession(entry, trail);
+  takeChange(entry, trail);
+  takeRepository(entry, trail);
 }
 
 // --- Sessions ---

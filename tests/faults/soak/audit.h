@@ -41,6 +41,8 @@ class Audit {
  private:
   void count(const Entry& entry);
 
+  void creating(const Entry& entry);
+  void takeOfReport(const Entry& entry);
   void takeSession(const Entry& entry, Trail& trail);
   void takeChange(const Entry& entry, Trail& trail);
   void takeRepository(const Entry& entry, Trail& trail);

@@ -20,6 +20,38 @@ using testing::IsEmpty;
 
 using Group = std::vector<std::string>;
 
+constexpr auto kAdded = EventType::REPORT_ADDED;
+constexpr auto kUpdated = EventType::REPORT_UPDATED;
+constexpr auto kRemoved = EventType::REPORT_REMOVED;
+
+/** What happens to some reports while nobody reads events, and what is told of it. */
+struct Fate {
+  const char* name;
+  bool known;                      ///< Whether they are there when the observer starts.
+  std::vector<std::string> early;  ///< What the queue still takes.
+  std::vector<std::string> late;   ///< What is lost.
+  std::vector<EventType> told;
+};
+
+const std::vector<Fate> kFates{
+    {"kept", true, {}, {}, {kUpdated}},
+    {"deleted early", true, {"delete"}, {}, {kRemoved}},
+    {"deleted late", true, {}, {"delete"}, {kRemoved}},
+    {"recreated early", true, {"recreate"}, {}, {kRemoved, kAdded, kUpdated}},
+    {"recreated late", true, {}, {"recreate"}, {kUpdated}},
+    {"changed late", true, {}, {"touch"}, {kUpdated}},
+    {"new early", false, {"create"}, {}, {kAdded, kUpdated}},
+    {"new late", false, {}, {"create"}, {kAdded}},
+    {"brief early", false, {"create", "delete"}, {}, {}},
+    {"brief late", false, {}, {"create", "delete"}, {}},
+    {"new again early", false, {"create", "recreate"}, {}, {kAdded, kUpdated}},
+    {"new again late", false, {}, {"create", "recreate"}, {kAdded}},
+    {"back late", false, {"create", "delete"}, {"create"}, {kAdded, kUpdated}},
+    // Created and deleted once before, when the observer could not look.
+    {"missed and back", false, {}, {"create"}, {kAdded}},
+};
+const std::size_t kMissed = kFates.size() - 1;
+
 /** The observer's threads that read events. */
 constexpr int kReaders = 2;
 /** Where the queue is larger, filling it would take too long. */
@@ -29,11 +61,11 @@ int queueSize() {
   return std::stoi(readFile("/proc/sys/fs/inotify/max_queued_events"));
 }
 
-/** Reports that share a fate. */
-Group group(int number) {
+/** The reports that share a fate. */
+Group group(std::size_t fate) {
   Group ids;
   for (int member = 0; member < 3; ++member) {
-    ids.push_back(idText(number * 10 + member));
+    ids.push_back(idText((static_cast<int>(fate) + 1) * 10 + member));
   }
   return ids;
 }
@@ -53,6 +85,14 @@ class Overflow : public ObserverTest {
   void touchEach(const Group& ids) {
     for (const std::string& id : ids) {
       producer_.request("touch " + id + " 1");
+    }
+  }
+  /** Does to all reports what happens to them early, or late. */
+  void meetFates(std::vector<std::string> Fate::*when) {
+    for (std::size_t i = 0; i < kFates.size(); ++i) {
+      for (const std::string& command : kFates[i].*when) {
+        command == "touch" ? touchEach(group(i)) : request(command, group(i));
+      }
     }
   }
   /** More events than the queue takes: two for each change. */
@@ -75,10 +115,24 @@ class Overflow : public ObserverTest {
     }
   }
 
-  void expectTypes(const Group& ids, const Announcements& all,
-                   const std::vector<EventType>& types) {
-    for (const std::string& id : ids) {
-      EXPECT_EQ(typesOf(id, all), types) << id;
+  /** Creates reports, and deletes them again before the observer learns of them. */
+  void missReports() {
+    auto gate = closeGate();
+    request("create", group(kMissed));
+    request("delete", group(kMissed));
+    gate.reset();
+    EXPECT_THAT(recorder_.takeUntil({sentinel_, kUpdated}), IsEmpty());
+    EXPECT_THAT(takeAll(), IsEmpty());
+  }
+
+  /** Expects that each report that is there is still watched. */
+  void expectWatched() {
+    for (const std::string& id : reportsOnDisk()) {
+      if (id == sentinel_) continue;
+      producer_.request("touch " + id + " 1");
+      EXPECT_THAT(takeAll(), ElementsAre(Announcement{id, kUpdated}));
+      producer_.request("delete " + id);
+      EXPECT_THAT(takeAll(), ElementsAre(Announcement{id, kRemoved}));
     }
   }
 
@@ -88,64 +142,24 @@ class Overflow : public ObserverTest {
 };
 
 TEST_F(Overflow, LeavesTheTruthKnownAndWatched) {
-  // Of each fate that is known before: what happens early is in the queue, what happens late is
-  // lost.
-  const Group kept = group(1);
-  const Group deletedEarly = group(2);
-  const Group deletedLate = group(3);
-  const Group recreatedEarly = group(4);
-  const Group recreatedLate = group(5);
-  const Group changedLate = group(6);
-  for (const Group& known :
-       {kept, deletedEarly, deletedLate, recreatedEarly, recreatedLate, changedLate}) {
-    request("create", known);
+  for (std::size_t i = 0; i < kFates.size(); ++i) {
+    if (kFates[i].known) {
+      request("create", group(i));
+    }
   }
-  const Group newEarly = group(11);
-  const Group newLate = group(12);
-  const Group briefEarly = group(13);
-  const Group briefLate = group(14);
-  const Group newAgainEarly = group(15);
-  const Group newAgainLate = group(16);
-  const Group backLate = group(17);
-  const Group missedAndBack = group(18);
-
   observer_->start();
   ASSERT_EQ(recorder_.believed(), reportsOnDisk());
   static_cast<void>(recorder_.take());
 
-  // By the time that the observer learns of these, they are gone.
-  auto gate = closeGate();
-  request("create", missedAndBack);
-  request("delete", missedAndBack);
-  gate.reset();
-  EXPECT_THAT(recorder_.takeUntil({sentinel_, EventType::REPORT_UPDATED}), IsEmpty());
-  EXPECT_THAT(takeAll(), IsEmpty());
-
-  gate = closeGate();
-  for (const Group& ids : {newEarly, briefEarly, newAgainEarly, backLate}) {
-    request("create", ids);
-  }
-  for (const Group& ids : {briefEarly, backLate, deletedEarly}) {
-    request("delete", ids);
-  }
-  for (const Group& ids : {recreatedEarly, newAgainEarly}) {
-    request("recreate", ids);
-  }
+  missReports();
+  const std::unique_ptr<PollGate> gate = closeGate();
+  meetFates(&Fate::early);
   fillQueue();
-  for (const Group& ids : {newLate, briefLate, newAgainLate, backLate, missedAndBack}) {
-    request("create", ids);
-  }
-  for (const Group& ids : {briefLate, deletedLate}) {
-    request("delete", ids);
-  }
-  for (const Group& ids : {recreatedLate, newAgainLate}) {
-    request("recreate", ids);
-  }
-  touchEach(changedLate);
+  meetFates(&Fate::late);
   gate->open();
 
   // The sentinel was changed to close the gate; it is told once more because of the overflow.
-  const Announcement sentinelUpdated{sentinel_, EventType::REPORT_UPDATED};
+  const Announcement sentinelUpdated{sentinel_, kUpdated};
   Announcements all = recorder_.takeUntil(sentinelUpdated);
   EXPECT_THAT(all, IsEmpty());
   all = recorder_.takeUntil(sentinelUpdated);
@@ -153,33 +167,12 @@ TEST_F(Overflow, LeavesTheTruthKnownAndWatched) {
   all.insert(all.end(), rest.begin(), rest.end());
 
   EXPECT_EQ(recorder_.believed(), reportsOnDisk());
-  constexpr auto kAdded = EventType::REPORT_ADDED;
-  constexpr auto kUpdated = EventType::REPORT_UPDATED;
-  constexpr auto kRemoved = EventType::REPORT_REMOVED;
-  for (const Group& ids : {kept, changedLate, recreatedLate}) {
-    expectTypes(ids, all, {kUpdated});
+  for (std::size_t i = 0; i < kFates.size(); ++i) {
+    for (const std::string& id : group(i)) {
+      EXPECT_EQ(typesOf(id, all), kFates[i].told) << kFates[i].name << ", " << id;
+    }
   }
-  for (const Group& ids : {deletedEarly, deletedLate}) {
-    expectTypes(ids, all, {kRemoved});
-  }
-  for (const Group& ids : {briefEarly, briefLate}) {
-    expectTypes(ids, all, {});
-  }
-  for (const Group& ids : {newLate, newAgainLate, missedAndBack}) {
-    expectTypes(ids, all, {kAdded});
-  }
-  for (const Group& ids : {newEarly, newAgainEarly, backLate}) {
-    expectTypes(ids, all, {kAdded, kUpdated});
-  }
-  expectTypes(recreatedEarly, all, {kRemoved, kAdded, kUpdated});
-
-  for (const std::string& id : reportsOnDisk()) {
-    if (id == sentinel_) continue;
-    producer_.request("touch " + id + " 1");
-    EXPECT_THAT(takeAll(), ElementsAre(Announcement{id, kUpdated}));
-    producer_.request("delete " + id);
-    EXPECT_THAT(takeAll(), ElementsAre(Announcement{id, kRemoved}));
-  }
+  expectWatched();
 }
 
 TEST_F(Overflow, OverAndOverLeavesTheTruthKnown) {

@@ -31,25 +31,30 @@ class FileObserverCallbacks : public FileObserverTest {
   Recorder recorder_;
 };
 
-TEST_F(FileObserverCallbacks, RunOneAtATimeOnOneThreadOfTheObserver) {
-  struct {
-    std::atomic<int> running = 0;
-    std::atomic<int> most = 0;
-    std::atomic<int> count = 0;
-    std::mutex mutex;
-    std::set<std::thread::id> threads;
-  } calls;
-  const auto callback = [&](inotify_event*, void*) {
-    const int running = ++calls.running;
+/** Calls, with how many there were at once and on which threads. */
+struct Calls {
+  void call() {
+    const int now = ++running;
     {
-      const std::lock_guard lock(calls.mutex);
-      calls.most = std::max(calls.most.load(), running);
-      calls.threads.insert(std::this_thread::get_id());
+      const std::lock_guard lock(mutex);
+      most = std::max(most.load(), now);
+      threads.insert(std::this_thread::get_id());
     }
     std::this_thread::yield();
-    ++calls.count;
-    --calls.running;
-  };
+    ++count;
+    --running;
+  }
+
+  std::atomic<int> running = 0;
+  std::atomic<int> most = 0;
+  std::atomic<int> count = 0;
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+};
+
+TEST_F(FileObserverCallbacks, RunOneAtATimeOnOneThreadOfTheObserver) {
+  Calls calls;
+  const auto callback = [&](inotify_event*, void*) { calls.call(); };
 
   constexpr int kThreads = 4;
   constexpr int kFiles = 50;
