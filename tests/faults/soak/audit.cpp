@@ -331,6 +331,7 @@ void Audit::takeRepository(const Entry& entry, Trail& trail) {
       notDeleted(entry, trail);
       break;
     case Kind::Event:
+      trail.mayBeRemade = trail.mayBeRemade || isOpenWhileDeleted(trail);
       events_.told(entry.id, std::stoi(entry.text), now_);
       break;
     default:
@@ -358,6 +359,12 @@ bool Audit::wasOpenMeanwhile(const std::string& who, const Trail& trail) const {
   };
   return std::ranges::any_of(trail.sessions, isOther) ||
          std::ranges::any_of(trail.lastClosed, isMeanwhile);
+}
+
+/** Whether somebody has had the report open while another one is deleting it. */
+bool Audit::isOpenWhileDeleted(const Trail& trail) const {
+  return std::ranges::any_of(
+      trail.deleters, [&](const std::string& deleter) { return wasOpenMeanwhile(deleter, trail); });
 }
 
 void Audit::notDeleted(const Entry& entry, Trail& trail) {
@@ -389,6 +396,7 @@ void Audit::notDeleted(const Entry& entry, Trail& trail) {
 /** A process is gone: what it had begun is now done or not. */
 void Audit::ended(const std::string& who) {
   for (auto& [id, trail] : trails_) {
+    trail.mayBeRemade = trail.mayBeRemade || isOpenWhileDeleted(trail);
     leaveChange(who, trail);
     closed(who, trail);
     if (trail.deleters.erase(who) != 0 && trail.deleted == 0) {

@@ -24,7 +24,7 @@ struct Trail {
   std::set<std::string> deleters;  ///< Processes that are deleting it.
   /// Since when it may be incomplete, because a deletion was not finished; 0 while it is whole.
   Moment torn = 0;
-  /// Who had it open when it was deleted may have made its directory again, for a scratch file or a
+  /// Who had it open while it was deleted may have made its directory again, for a scratch file or a
   /// copy.
   bool mayBeRemade = false;
 
