@@ -42,7 +42,7 @@ bool DiagnosticReport::hasReportContentProperty(std::string name) const {
 
 std::optional<DiagnosticReport::Properties> DiagnosticReport::getReportContentProperty(
     std::string name) const {
-  const std::optional<ReportContents> contents = getReportContents();
+  const auto contents = store_ ? store_->look(keys::kReportContents) : nullptr;
   const Properties* const found = contents ? findProperty(*contents, name) : nullptr;
   return found != nullptr ? std::optional(*found) : std::nullopt;
 }

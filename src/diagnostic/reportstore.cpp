@@ -18,29 +18,41 @@ OS::KeyValueStore::Options options() {
 ReportStore::ReportStore(const std::string& path) : values_(path, kName, options()) {}
 
 std::optional<ReportContents> ReportStore::read(const MetadataProperty<ReportContents>& property) {
+  const std::shared_ptr<const ReportContents> contents = look(property);
+  return contents ? std::optional(*contents) : std::nullopt;
+}
+
+std::shared_ptr<const ReportContents> ReportStore::look(
+    const MetadataProperty<ReportContents>& property) {
   std::optional<std::string> text = values_.get(property.getKey());
   if (text && !text_.empty() && *text == text_ && std::locale() == locale_) {
     return contents_;
   }
-  std::optional<ReportContents> contents = property.unserialize(text);
-  if (text && contents && text->size() <= kLongestKept) {
-    keep(*std::move(text), ReportContents(*contents));
+  std::optional<ReportContents> read = property.unserialize(text);
+  if (!read) {
+    return nullptr;
+  }
+  auto contents = std::make_shared<const ReportContents>(*std::move(read));
+  if (text && text->size() <= kLongestKept) {
+    keep(*std::move(text), contents);
   }
   return contents;
 }
 
 bool ReportStore::write(const MetadataProperty<ReportContents>& property, ReportContents contents) {
   std::string text = writeReportContents(contents);
+  // Before the change is made: nothing may fail afterwards.
+  const auto kept = std::make_shared<ReportContents>(std::move(contents));
   if (!values_.set(property.getKey(), text)) {
     return false;
   }
-  if (text.size() <= kLongestKept && makeAsStored(contents)) {
-    keep(std::move(text), std::move(contents));
+  if (text.size() <= kLongestKept && makeAsStored(*kept)) {
+    keep(std::move(text), kept);
   }
   return true;
 }
 
-void ReportStore::keep(std::string text, ReportContents contents) noexcept {
+void ReportStore::keep(std::string text, std::shared_ptr<const ReportContents> contents) noexcept {
   text_ = std::move(text);
   contents_ = std::move(contents);
   locale_ = std::locale();

@@ -6,6 +6,7 @@
 #include <os/keyvaluestore.h>
 
 #include <locale>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -32,6 +33,8 @@ class ReportStore {
   }
   /** The same. The property must have no default. */
   std::optional<ReportContents> read(const MetadataProperty<ReportContents>& property);
+  /** The same without a copy; null when it is absent or unreadable. */
+  std::shared_ptr<const ReportContents> look(const MetadataProperty<ReportContents>& property);
 
   template <typename T>
   bool write(const MetadataProperty<T>& property, T value) {
@@ -41,12 +44,12 @@ class ReportStore {
 
  private:
   /** Keeps @p contents as what reading @p text gives now. */
-  void keep(std::string text, ReportContents contents) noexcept;
+  void keep(std::string text, std::shared_ptr<const ReportContents> contents) noexcept;
 
   OS::KeyValueStore values_;
-  std::string text_;         ///< Empty when nothing is kept.
-  ReportContents contents_;  ///< What reading the text gives in the locale.
-  std::locale locale_;       ///< The JSON library reads fractions by it.
+  std::string text_;                                ///< Empty when nothing is kept.
+  std::shared_ptr<const ReportContents> contents_;  ///< What reading the text gives in the locale.
+  std::locale locale_;                              ///< The JSON library reads fractions by it.
 };
 
 }  // namespace KELP::Diagnostic
