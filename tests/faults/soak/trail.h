@@ -24,8 +24,8 @@ struct Trail {
   std::set<std::string> deleters;  ///< Processes that are deleting it.
   /// Since when it may be incomplete, because a deletion was not finished; 0 while it is whole.
   Moment torn = 0;
-  /// Who had it open while it was deleted may have made its directory again, for a scratch file or a
-  /// copy.
+  /// Who had it open while it was deleted may have made its directory again, for a scratch file or
+  /// a copy.
   bool mayBeRemade = false;
 
   // --- What is done with it ---
