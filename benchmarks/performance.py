@@ -68,8 +68,7 @@ BARS = [
 DISK_NOTE = """
 
 A disk has its own ways: where ± is a large part of a number, syncs or writing out took now a fraction of a
-millisecond and now many, and nothing but the order of magnitude is told, not even a ratio. Spreads above 100% mean
-both."""
+millisecond and now many, and nothing but the order of magnitude is told, not even a ratio."""
 
 # How much more one report of very many may cost than one of a hundred.
 LONGER_LIST = 1.3
@@ -165,7 +164,7 @@ def judged(run, scale):
 
 
 def behind_lines(run):
-    """One line for each SQLite peer that is ahead, by more than chance, somewhere."""
+    """The rows in which each SQLite peer is ahead by more than a twentieth."""
     for peer, name in (("sqlite_each", "a database for each report"),
                        ("sqlite_all", "one database for all")):
         behind, bare_too = [], []
@@ -173,7 +172,7 @@ def behind_lines(run):
             times = beside_sqlite(run, row, durable, peer)
             if times < 0.95:
                 bare = run.median(bare_row(row, durable)) / run.median(f"{row}/library")
-                (bare_too if times < bare else behind).append(title)
+                (bare_too if times < 0.95 * bare else behind).append(title)
         yield (f"- {name}: " + ("; ".join(behind) if behind else "none")
                + (". And those in which the bare calls alone are behind it too: " + "; ".join(bare_too)
                   if bare_too else "") + ".")
