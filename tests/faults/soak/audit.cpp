@@ -321,6 +321,7 @@ void Audit::takeRepository(const Entry& entry, Trail& trail) {
       break;
     case Kind::Deleting:
       begun_[entry.who] = now_;
+      trail.mayBeAnnouncedAgain &= trail.isDisturbed();
       trail.lastDeleting = now_;
       trail.deleters.insert(entry.who);
       break;
@@ -331,7 +332,7 @@ void Audit::takeRepository(const Entry& entry, Trail& trail) {
       notDeleted(entry, trail);
       break;
     case Kind::Event:
-      trail.mayBeRemade = trail.mayBeRemade || isOpenWhileDeleted(trail);
+      lookForUsersOf(trail);
       events_.told(entry.id, std::stoi(entry.text), now_);
       break;
     default:
@@ -340,6 +341,7 @@ void Audit::takeRepository(const Entry& entry, Trail& trail) {
 }
 
 void Audit::deleted(const Entry& entry, Trail& trail) {
+  lookForUsersOf(trail);
   trail.deleters.erase(entry.who);
   if (trail.deleted == 0) {
     trail.deleted = now_;
@@ -361,13 +363,14 @@ bool Audit::wasOpenMeanwhile(const std::string& who, const Trail& trail) const {
          std::ranges::any_of(trail.lastClosed, isMeanwhile);
 }
 
-/** Whether somebody has had the report open while another one is deleting it. */
-bool Audit::isOpenWhileDeleted(const Trail& trail) const {
-  return std::ranges::any_of(
+/** Looks whether somebody has had the report open while those who are deleting it now do so. */
+void Audit::lookForUsersOf(Trail& trail) const {
+  trail.mayBeAnnouncedAgain |= std::ranges::any_of(
       trail.deleters, [&](const std::string& deleter) { return wasOpenMeanwhile(deleter, trail); });
 }
 
 void Audit::notDeleted(const Entry& entry, Trail& trail) {
+  lookForUsersOf(trail);
   trail.deleters.erase(entry.who);
   ++checks_;
   if (entry.text == "Unable to acquire write lock on report") {
@@ -396,7 +399,7 @@ void Audit::notDeleted(const Entry& entry, Trail& trail) {
 /** A process is gone: what it had begun is now done or not. */
 void Audit::ended(const std::string& who) {
   for (auto& [id, trail] : trails_) {
-    trail.mayBeRemade = trail.mayBeRemade || isOpenWhileDeleted(trail);
+    lookForUsersOf(trail);
     leaveChange(who, trail);
     closed(who, trail);
     if (trail.deleters.erase(who) != 0 && trail.deleted == 0) {

@@ -56,7 +56,7 @@ class Audit {
   void unlocked(const std::string& who, Trail& trail);
   void deleted(const Entry& entry, Trail& trail);
   [[nodiscard]] bool wasOpenMeanwhile(const std::string& who, const Trail& trail) const;
-  [[nodiscard]] bool isOpenWhileDeleted(const Trail& trail) const;
+  void lookForUsersOf(Trail& trail) const;
   void notDeleted(const Entry& entry, Trail& trail);
   void ended(const std::string& who);
   void listed(const Entry& entry);

@@ -136,6 +136,16 @@ constexpr Case kCases[] = {
      "a report is announced twice"},
     {"AnnouncedAgainAfterATornDeletionWhileUsed",
      "w2 S r\nw2 O r\nw1 D r\no V r 3\nw1 K -\nw2 E r\no V r 1\n", ""},
+    {"AnnouncedAgainAfterAFailedDeletionWhileUsed",
+     "w2 S r\nw2 O r\nw1 D r\nw2 E r\nw1 n r Failed to force remove report directory\n"
+     "o V r 3\no V r 1\n",
+     ""},
+    {"AnnouncedAgainLate",
+     "w2 S r\nw2 O r\nw1 D r\no V r 3\nw1 K -\nw2 E r\nw3 D r\nw3 d r\no V r 1\no V r 3\n", ""},
+    {"AnnouncedAgainAfterARefusedDeletionWhileUsed",
+     "w2 S r\nw2 O r\nw1 D r\no V r 2\nw1 n r Unable to acquire write lock on report\nw2 E r\n"
+     "w3 D r\no V r 3\no V r 1\nw3 d r\n",
+     "a report is announced twice"},
     {"AnnouncedAgainAfterATornDeletion", "w1 D r\no V r 3\nw1 K -\no V r 1\n",
      "a report is announced twice"},
     {"RemovalToldOfALivingReport", "o V r 3\n", "the removal of a report that nobody deleted"},

@@ -50,7 +50,7 @@ void EventAudit::told(const std::string& id, int type, Moment now) {
 }
 
 void EventAudit::announced(const std::string& id, Trail& trail, Moment now) {
-  if (trail.announced != 0 && !(trail.removalTold && trail.mayBeRemade)) {
+  if (trail.announced != 0 && !(trail.removalTold && trail.mayBeAnnouncedAgain)) {
     complain_(id, "a report is announced twice");
   }
   trail.announced = now;

@@ -24,8 +24,8 @@ struct Trail {
   std::set<std::string> deleters;  ///< Processes that are deleting it.
   /// Since when it may be incomplete, because a deletion was not finished; 0 while it is whole.
   Moment torn = 0;
-  /// Who had it open while it was deleted may have made its directory again, for a scratch file or
-  /// a copy.
+  /// Who had it open when it was deleted may have made its directory again, for a scratch file or a
+  /// copy.
   bool mayBeRemade = false;
 
   // --- What is done with it ---
@@ -45,6 +45,9 @@ struct Trail {
   Moment announced = 0;
   Moment lastEvent = 0;
   bool removalTold = false;
+  /// After its removal, since somebody has had it open during a deletion. (It stays so when that
+  /// deletion is refused, until another one begins.)
+  bool mayBeAnnouncedAgain = false;
 
   std::deque<std::string> recent;  ///< The last entries, for whoever has to find out.
 

@@ -140,7 +140,9 @@ TEST_F(RestartedObserver, GoesOnWithTheNewBeginning) {
   static_cast<void>(takeAll());
   const Ids onDisk = reportsOnDisk();
   EXPECT_THAT(difference(recorder_.believed(), onDisk), IsEmpty());
-  EXPECT_THAT(difference(difference(onDisk, recorder_.believed()), overlooked_), IsEmpty());
+  const Ids missing = difference(onDisk, recorder_.believed());
+  EXPECT_THAT(difference(missing, overlooked_), IsEmpty());
+  EXPECT_LE(missing.size(), 2U) << "more than the two producers make at once";
 }
 
 TEST_F(RestartedObserver, GivesUpTheFormerBeginning) {
