@@ -1,6 +1,7 @@
 #include "support/tracedrun.h"
 
 #include "support/childprocess.h"
+#include "support/sanitizers.h"
 #include "support/strace.h"
 #include "support/temporarydirectory.h"
 
@@ -55,6 +56,15 @@ std::string whoSays(const std::vector<TraceLine>& lines, const std::string& word
 }
 
 }  // namespace
+
+std::vector<CountedCall> callsToKillAt(const std::vector<CountedCall>& calls) {
+  constexpr std::size_t kStep = kHasAddressSanitizer || kHasThreadSanitizer ? 3 : 1;
+  std::vector<CountedCall> chosen;
+  for (std::size_t i = 0; i < calls.size(); i += kStep) {
+    chosen.push_back(calls[i]);
+  }
+  return chosen;
+}
 
 std::vector<CountedCall> TracedRun::calls(const std::filesystem::path& traceFile) const {
   ChildProcess program(traced({"-o", traceFile.string()}));

@@ -13,6 +13,13 @@ struct CountedCall {
 };
 
 /**
+ * Those of @p calls at which a program is to be killed, one run for each: all of them. With a
+ * sanitizer, which makes each run take ten times as long, and has nothing to say of a process that
+ * is killed, every third.
+ */
+[[nodiscard]] std::vector<CountedCall> callsToKillAt(const std::vector<CountedCall>& calls);
+
+/**
  * Runs of a program that says "begin" and "end", under strace. What it does in between must be the
  * same system calls at each run.
  */

@@ -133,11 +133,10 @@ TEST_P(KilledOperation, LeavesAReportThatAnotherProcessCarriesOn) {
   const std::vector<CountedCall> calls = run.calls(directory_ / "trace");
   ASSERT_GT(calls.size(), 10U);
   after_ = holdingOf(*open());
-  for (std::size_t i = 0; i < calls.size(); ++i) {
-    SCOPED_TRACE("killed at call " + std::to_string(i + 1) + " of " + std::to_string(calls.size()) +
-                 ": " + calls[i].name);
+  for (const CountedCall& call : callsToKillAt(calls)) {
+    SCOPED_TRACE("killed at " + call.name + " " + std::to_string(call.count));
     restore();
-    ASSERT_EQ(run.lastWordsWhenKilledAt(calls[i]), "begin");
+    ASSERT_EQ(run.lastWordsWhenKilledAt(call), "begin");
     const ReportPtr report = open();
     ASSERT_NE(report, nullptr);
     EXPECT_THAT(log_.take(), IsEmpty());
