@@ -15,9 +15,9 @@ namespace KELP::Test {
 std::map<int, std::string> descriptors() {
   std::map<int, std::string> open;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code ignored;
-    const auto target = std::filesystem::read_symlink(entry.path(), ignored);
-    if (target.filename() != "fd") {  // That is how the list itself is read.
+    std::error_code isClosed;
+    const auto target = std::filesystem::read_symlink(entry.path(), isClosed);
+    if (!isClosed && target.filename() != "fd") {  // That is how the list itself is read.
       open.emplace(std::stoi(entry.path().filename()), target);
     }
   }

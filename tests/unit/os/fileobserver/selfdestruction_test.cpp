@@ -121,8 +121,8 @@ TEST_F(FileObserverSelfDestruction, MayComeFromWhatACallbackHolds) {
 }
 
 TEST_F(FileObserverSelfDestruction, ComesManyTimesWhileFilesChange) {
-  const FileChanger changer(directory_ / "file");
   const Footprint before;
+  auto changer = std::make_unique<FileChanger>(directory_ / "file");
   atOnce(10, 20, [&](int) {
     Flag ready;
     Flag destroyed;
@@ -139,6 +139,7 @@ TEST_F(FileObserverSelfDestruction, ComesManyTimesWhileFilesChange) {
     ready.set();
     EXPECT_TRUE(destroyed.wait());
   });
+  changer.reset();
   EXPECT_TRUE(before.isBack());
 }
 
