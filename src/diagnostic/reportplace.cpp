@@ -56,13 +56,9 @@ FileDescriptor openAsWritten(const fs::path& report, const fs::path& directory) 
   return enterAll(openAt(AT_FDCWD, report, O_PATH | O_DIRECTORY), below, end, Missing::Fail);
 }
 
-/** Opens the directory @p directory of a report. */
+/** Opens the directory @p directory of a report, by what it resolves to. */
 std::error_code openWithin(const fs::path& report, const fs::path& directory, Missing missing,
                            FileDescriptor& opened) {
-  opened = openAsWritten(report, directory);
-  if (opened) {
-    return {};
-  }
   std::error_code code;
   const fs::path top = fs::canonical(report, code);
   const fs::path resolved = code ? fs::path() : fs::weakly_canonical(directory, code);
@@ -81,8 +77,11 @@ std::error_code openWithin(const fs::path& report, const fs::path& directory, Mi
 
 std::error_code findPlace(const fs::path& report, const fs::path& path, ReportPlace& place) {
   const fs::path entry = path.has_filename() ? path : path.parent_path();
+  const fs::path directory = entry.parent_path();
   place.name = entry.filename();
-  return openWithin(report, entry.parent_path(), Missing::Fail, place.directory);
+  place.directory = openAsWritten(report, directory);
+  return place.directory ? std::error_code()
+                         : openWithin(report, directory, Missing::Fail, place.directory);
 }
 
 std::error_code makeDirectories(const fs::path& report, const fs::path& directory) {
