@@ -3,6 +3,7 @@
 
 #include "integration/observer/observerfixture.h"
 #include "integration/observer/producer.h"
+#include "unit/diagnostic/disk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,13 +11,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <memory>
 #include <ostream>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace KELP::Diagnostic {
 namespace {
@@ -99,19 +101,11 @@ class RestartedObserver : public ObserverUnderLoad {
       observer_->stop();
       recorder_.disbelieve();
       observer_->start();
-      overlooked_ = difference(directories(), recorder_.believed());
+      const std::vector<std::string> directories = namesIn(root_);
+      overlooked_ = difference({directories.begin(), directories.end()}, recorder_.believed());
       isRestarting_ = false;
       ++restarts_;
     });
-  }
-
-  /** Everything in the root. */
-  [[nodiscard]] Ids directories() const {
-    Ids names;
-    for (const auto& entry : std::filesystem::directory_iterator(root_)) {
-      names.insert(entry.path().filename());
-    }
-    return names;
   }
 
   static Ids difference(const Ids& all, const Ids& without) {
