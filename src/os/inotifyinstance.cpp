@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <system_error>
@@ -78,6 +79,12 @@ void InotifyInstance::close() {
 std::size_t InotifyInstance::read(std::byte (&buffer)[kBufferSize]) const {
   const ssize_t size = retryOnSignal([&] { return ::read(inotify_.get(), buffer, kBufferSize); });
   return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
+
+std::size_t InotifyInstance::pending() const {
+  int size = 0;
+  ::ioctl(inotify_.get(), FIONREAD, &size);
+  return static_cast<std::size_t>(size);
 }
 
 }  // namespace KELP::OS

@@ -5,6 +5,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <cstddef>
@@ -30,19 +31,18 @@ class InotifyInstance {
   /** As inotify_rm_watch(2). */
   bool remove(int wd) const;
 
-  /** Calls @p visit with each event that the kernel has to tell now. */
+  /** Calls @p visit with each event that the kernel has to tell now. Those that come meanwhile are
+   * left, since they may come faster than they are read. */
   template <typename Visit>
   void forEachEvent(const Visit& visit) const {
     alignas(inotify_event) std::byte buffer[kBufferSize];
-    std::size_t size = 0;
-    do {
-      size = read(buffer);
-      for (std::size_t at = 0; at < size;) {
-        const auto& event = *reinterpret_cast<const inotify_event*>(buffer + at);
-        visit(event);
-        at += sizeof(event) + event.len;
-      }
-    } while (size > kBufferSize - kLargestEvent);  // Otherwise that was all.
+    std::size_t size = visitSome(buffer, visit);
+    if (size <= kBufferSize - kLargestEvent) {
+      return;  // That was all.
+    }
+    for (std::size_t left = pending(); left > 0 && size > 0; left -= std::min(left, size)) {
+      size = visitSome(buffer, visit);
+    }
   }
 
   /** Waits for events. @return false when waiting was ended. */
@@ -59,7 +59,21 @@ class InotifyInstance {
   static constexpr std::size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
   static constexpr std::size_t kBufferSize = std::size_t{16} * 1024;
 
+  /** Calls @p visit with the events that one call reads. @return their size. */
+  template <typename Visit>
+  std::size_t visitSome(std::byte (&buffer)[kBufferSize], const Visit& visit) const {
+    const std::size_t size = read(buffer);
+    for (std::size_t at = 0; at < size;) {
+      const auto& event = *reinterpret_cast<const inotify_event*>(buffer + at);
+      visit(event);
+      at += sizeof(event) + event.len;
+    }
+    return size;
+  }
+
   std::size_t read(std::byte (&buffer)[kBufferSize]) const;
+  /** The size of the events that could be read now. */
+  [[nodiscard]] std::size_t pending() const;
 
   FileDescriptor inotify_;
   FileDescriptor end_;

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -12,7 +13,9 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
+#include <utility>
 
 namespace KELP::Test {
 namespace {
@@ -47,6 +50,13 @@ struct Gate {
   bool isClosed = false;
 } gate;
 
+struct BeforeRead {
+  std::mutex mutex;
+  std::function<void()> call;
+} beforeRead;
+std::atomic<bool> readIsHooked = false;
+std::atomic<int> instance = -1;
+
 std::atomic<int> joins = 0;
 
 /** The function that would have been called; a sanitizer's, where there is one. */
@@ -76,6 +86,18 @@ void PollGate::open() {
   gate.opened.notify_all();
 }
 
+ReadHook::ReadHook(std::function<void()> before) {
+  const std::lock_guard lock(beforeRead.mutex);
+  beforeRead.call = std::move(before);
+  readIsHooked = true;
+}
+
+ReadHook::~ReadHook() {
+  const std::lock_guard lock(beforeRead.mutex);
+  readIsHooked = false;
+  beforeRead.call = nullptr;
+}
+
 int joinsBegun() {
   return joins;
 }
@@ -88,7 +110,7 @@ using KELP::Test::systems;
 
 extern "C" int inotify_init1(int flags) noexcept {
   static auto* const next = systems<int(int)>("inotify_init1");
-  return isRefused(Call::InotifyInit) ? -1 : next(flags);
+  return KELP::Test::instance = isRefused(Call::InotifyInit) ? -1 : next(flags);
 }
 
 extern "C" int inotify_add_watch(int instance, const char* path, std::uint32_t mask) noexcept {
@@ -110,6 +132,18 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
     gate.opened.wait(lock, [&] { return !gate.isClosed; });
   }
   return ready;
+}
+
+extern "C" ssize_t read(int file, void* bytes, std::size_t size) {
+  static auto* const next = systems<ssize_t(int, void*, std::size_t)>("read");
+  if (KELP::Test::readIsHooked && file == KELP::Test::instance) {
+    auto& before = KELP::Test::beforeRead;
+    const std::lock_guard lock(before.mutex);
+    if (before.call) {
+      before.call();
+    }
+  }
+  return next(file, bytes, size);
 }
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,

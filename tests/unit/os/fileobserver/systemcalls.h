@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
+
 /**
  * @file
- * The test program defines `inotify_init1`, `inotify_add_watch`, `eventfd`, `poll`,
+ * The test program defines `inotify_init1`, `inotify_add_watch`, `eventfd`, `poll`, `read`,
  * `pthread_create` and `pthread_join` itself, so that tests can make the library's calls fail or
  * wait. While nothing below asks for more, they do what the system's do.
  */
@@ -34,6 +36,16 @@ class PollGate {
   PollGate& operator=(const PollGate&) = delete;
 
   void open();
+};
+
+/** Calls @p before ahead of each `read` of an inotify instance while it lives, so that the kernel
+ *  never runs out of events, however fast they are read. One lives at a time. */
+class ReadHook {
+ public:
+  explicit ReadHook(std::function<void()> before);
+  ~ReadHook();
+  ReadHook(const ReadHook&) = delete;
+  ReadHook& operator=(const ReadHook&) = delete;
 };
 
 /** How many calls of `pthread_join` have begun. */
