@@ -56,14 +56,14 @@ class KeyValueStore::Impl {
     if (!file && errno == ENOENT && has(KVStoreOpenOption::CreateIfMissing) &&
         !has(KVStoreOpenOption::ReadOnly)) {
       file = openFile(path_, O_RDONLY | O_CREAT);
-      entryUnsynced_ = true;
+      entry_ = Entry::Ours;
     }
     load(std::move(file), kPatience);
   }
 
   ~Impl() {
-    if (unsynced_ && has(KVStoreOpenOption::SyncOnClose)) {
-      sync();
+    if (unsynced_ && has(KVStoreOpenOption::SyncOnClose) && refresh()) {
+      static_cast<void>(makeDurable(file_, Entry::Ours));
     }
   }
 
@@ -104,10 +104,17 @@ class KeyValueStore::Impl {
     return change(key, std::nullopt);
   }
 
-  bool sync() { return refresh() && makeDurable(file_); }
+  bool sync() { return refresh() && makeDurable(file_, Entry::Others); }
 
  private:
   using Records = std::map<std::string, std::string, std::less<>>;
+
+  /** Who answers for the entry of the loaded file in its directory being durable; in this order. */
+  enum class Entry {
+    Synced,  ///< It is.
+    Others,  ///< Whoever put the file there makes it so, when closing.
+    Ours,    ///< This store put the file there.
+  };
 
   [[nodiscard]] bool has(KVStoreOpenOption option) const { return options_.test(option); }
 
@@ -120,6 +127,7 @@ class KeyValueStore::Impl {
     records_.clear();
     live_ = 0;
     end_ = 0;
+    entry_ = std::max(entry_, Entry::Others);
     if (!file || (!has(KVStoreOpenOption::Shared) &&
                   !lockExclusively(file.get(), Clock::now() + patience))) {
       return false;
@@ -138,10 +146,19 @@ class KeyValueStore::Impl {
       return false;
     }
     // A file that was replaced or removed has lost a link, perhaps even before it was loaded.
-    if (now.st_nlink == 0 || now.st_nlink != loaded_.st_nlink) {
-      return false;
+    if (now.st_nlink != loaded_.st_nlink || now.st_nlink == 0) {
+      if (!isNamed(now)) {
+        return false;
+      }
+      loaded_ = now;  // Somebody made or removed another name of it.
     }
     return sizeOf(now) == end_ || (sizeOf(now) > end_ && mayBeStore(now) && readOn(file_, now));
+  }
+
+  /** Whether the path names @p file. */
+  [[nodiscard]] bool isNamed(const struct stat& file) const {
+    struct stat named {};
+    return ::lstat(path_.c_str(), &named) == 0 && sameFile(named, file);
   }
 
   /** Reads the records from where the last look ended. False for damage. */
@@ -266,7 +283,7 @@ class KeyValueStore::Impl {
       return false;
     }
     unsynced_ = true;
-    if (has(KVStoreOpenOption::SyncEachWrite) && !makeDurable(target)) {
+    if (has(KVStoreOpenOption::SyncEachWrite) && !makeDurable(target, Entry::Others)) {
       append(target, key, find(key));  // Readers may have seen it: only another change undoes it.
       return false;
     }
@@ -286,12 +303,18 @@ class KeyValueStore::Impl {
     return true;
   }
 
-  bool makeDurable(const FileDescriptor& file) {
-    if (!syncFile(file.get()) || (entryUnsynced_ && !syncDirectoryOf(path_))) {
+  /** @param least whose entry is made durable, too. */
+  bool makeDurable(const FileDescriptor& file, Entry least) {
+    if (!syncFile(file.get())) {
       return false;
     }
+    if (entry_ >= least) {
+      if (!syncDirectoryOf(path_)) {
+        return false;
+      }
+      entry_ = Entry::Synced;
+    }
     unsynced_ = false;
-    entryUnsynced_ = false;
     return true;
   }
 
@@ -316,32 +339,31 @@ class KeyValueStore::Impl {
     // The new file is read through a descriptor of its own: closing one that may write is an event.
     FileDescriptor reader = openFile(path, O_RDONLY);
     struct stat status {};
-    struct stat named {};
     const bool written =
         reader && copyOwnership(file_.get(), target.get()) && writeAt(target.get(), 0, content) &&
         syncFile(target.get()) && ::fstat(reader.get(), &status) == 0 &&
         (has(KVStoreOpenOption::Shared) || lockExclusively(reader.get(), Clock::now())) &&
-        ::lstat(path_.c_str(), &named) == 0 && sameFile(named, loaded_);
+        isNamed(loaded_);
     if (!written || std::rename(path.c_str(), path_.c_str()) != 0) {
       ::unlink(path.c_str());
       return {};
     }
     loaded_ = status;
     end_ = content.size();
-    entryUnsynced_ = !syncDirectoryOf(path_);
+    entry_ = syncDirectoryOf(path_) ? Entry::Synced : Entry::Ours;
     return std::exchange(file_, std::move(reader));
   }
 
   std::string path_;
   const Options options_;
-  FileDescriptor file_;         ///< Read from; none while there is no sound store.
-  struct stat loaded_ {};       ///< Which file that is, and with how many links.
-  std::uint64_t end_ = 0;       ///< Where the last whole record of it ends.
-  Records records_;             ///< What all records up to there come to.
-  std::uint64_t live_ = 0;      ///< Bytes of the records that those would make.
-  std::string buffer_;          ///< The last record written; kept for its memory.
-  bool unsynced_ = false;       ///< Something was written and not made durable.
-  bool entryUnsynced_ = false;  ///< The directory's entry is as new as that.
+  FileDescriptor file_;     ///< Read from; none while there is no sound store.
+  struct stat loaded_ {};   ///< Which file that is, and with how many links.
+  std::uint64_t end_ = 0;   ///< Where the last whole record of it ends.
+  Records records_;         ///< What all records up to there come to.
+  std::uint64_t live_ = 0;  ///< Bytes of the records that those would make.
+  std::string buffer_;      ///< The last record written; kept for its memory.
+  bool unsynced_ = false;   ///< Something was written and not made durable.
+  Entry entry_ = Entry::Others;
 };
 
 KeyValueStore::KeyValueStore() = default;

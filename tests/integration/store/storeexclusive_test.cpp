@@ -1,6 +1,7 @@
 // Locks between processes: waiting writers, stores taken by one process, holders that die or stop.
 
-#include "integration/store/actor.h"
+#include "integration/store/tracedactor.h"
+#include "support/strace.h"
 #include "unit/os/directoryevents.h"
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 namespace KELP::Test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /** CreateIfMissing and SyncOnClose: the store is taken for the process alone. */
@@ -79,6 +81,31 @@ TEST_F(StoreExclusive, StaysSoWhenTheFileIsWrittenAnew) {
   expectRefusedAfterWaiting(store);
   ASSERT_TRUE(holder().set("key", 1, 10));
   EXPECT_EQ(store.get("key"), patternValue(1, 10));
+}
+
+// Whoever lets go of the lock only for an instant may lose it to who waits for it.
+TEST_F(StoreTest, TakenByOneProcessIsNotLetGoWhenTheFileGetsAndLosesOtherNames) {
+  if (const std::string reason = whyNoStrace(); !reason.empty()) {
+    GTEST_SKIP() << reason;
+  }
+  TracedActor holder("flock,close");
+  ASSERT_TRUE(holder.actor().open(file(), kAlone));
+  ASSERT_TRUE(holder.actor().set("key", 1, 100));
+  KeyValueStore store = open();
+  std::filesystem::create_hard_link(file(), directory() / "other");
+  holder.mark("read");
+  EXPECT_EQ(holder.actor().get("key"), describePattern(1, 100));
+  holder.mark("change");
+  std::filesystem::remove(directory() / "other");
+  EXPECT_EQ(store.get("key"), patternValue(1, 100));
+  EXPECT_TRUE(holder.actor().set("key", 2, 100));
+  holder.mark("end");
+  EXPECT_EQ(store.get("key"), patternValue(2, 100));
+  const std::vector<std::string> calls = holder.finish();
+  EXPECT_THAT(TracedActor::between(calls, "read", "change"), IsEmpty());
+  // The change itself opens the file once more, and closes that.
+  EXPECT_THAT(TracedActor::between(calls, "change", "end"),
+              ElementsAre(::testing::StartsWith("close(")));
 }
 
 TEST_F(StoreExclusive, IsFreeAtOnceWhenTheHolderIsKilled) {

@@ -113,6 +113,35 @@ TEST_F(StoreSyncCalls, AnExplicitSyncSyncsAtOnceWhoeverWrote) {
   EXPECT_GE(syncsIn(callsOf(traced().finish(), "sync")).size(), 1U);
 }
 
+/** Whether a directory was opened and synced. */
+bool syncsDirectory(const Calls& calls, const std::string& directory) {
+  const auto opened = std::ranges::find_if(calls, [&](const std::string& call) {
+    return call.starts_with("openat(") && call.find('"' + directory + '"') != std::string::npos;
+  });
+  return opened != calls.end() && std::any_of(opened, calls.end(), isSync);
+}
+
+// Until who made the file closes it, nobody else has made its name durable.
+TEST_F(StoreSyncCalls, ThoseThatAreAskedForSyncTheNameOfAFileThatAnotherMade) {
+  KeyValueStore maker = open(kReportOptions);
+  ASSERT_TRUE(maker.set("key", "value"));
+  during("first", [&] {
+    EXPECT_TRUE(actor().open(file(), 12));
+    EXPECT_EQ(actor().ask("sync"), "true");
+    EXPECT_EQ(actor().ask("close"), "closed");
+  });
+  during("second", [&] {
+    EXPECT_TRUE(actor().open(file(), 14));
+    EXPECT_TRUE(actor().set("key", 1, 100));
+  });
+  during("again", [&] { EXPECT_TRUE(actor().set("key", 2, 100)); });
+  const Calls calls = traced().finish();
+  const std::string parent = directory().path().string();
+  EXPECT_TRUE(syncsDirectory(callsOf(calls, "first"), parent));
+  EXPECT_TRUE(syncsDirectory(callsOf(calls, "second"), parent));
+  EXPECT_FALSE(syncsDirectory(callsOf(calls, "again"), parent));
+}
+
 TEST_F(StoreSyncCalls, ACompactionSyncsTheNewFileBeforeItTakesTheOldOnesPlace) {
   ASSERT_TRUE(actor().open(file(), 12));
   for (std::uint64_t i = 0; i < 40; ++i) {
