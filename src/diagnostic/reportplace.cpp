@@ -56,12 +56,19 @@ FileDescriptor openAsWritten(const fs::path& report, const fs::path& directory) 
   return enterAll(openAt(AT_FDCWD, report, O_PATH | O_DIRECTORY), below, end, Missing::Fail);
 }
 
-/** Opens the directory @p directory of a report, by what it resolves to. */
+/**
+ * Opens the directory @p directory of a report, by what it resolves to. The system finds nothing
+ * by ".." behind what is missing or is no directory; only what is to be made is resolved beyond.
+ */
 std::error_code openWithin(const fs::path& report, const fs::path& directory, Missing missing,
                            FileDescriptor& opened) {
   std::error_code code;
   const fs::path top = fs::canonical(report, code);
-  const fs::path resolved = code ? fs::path() : fs::weakly_canonical(directory, code);
+  fs::path resolved;
+  if (!code) {
+    resolved = missing == Missing::Fail ? fs::canonical(directory, code)
+                                        : fs::weakly_canonical(directory, code);
+  }
   if (code) {
     return code;
   }

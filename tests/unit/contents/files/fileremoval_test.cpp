@@ -81,6 +81,18 @@ TEST_F(FileRemoval, OfALinkLeavesWhatItNames) {
   EXPECT_THAT(changesSince(before), ElementsAre(Pair(entry("contentfiles/log/2/a.txt"), "gone")));
 }
 
+TEST_F(FileRemoval, LeavesWhatTheSystemDoesNotFindByTheRecordedPath) {
+  const fs::path other = addFile(1, "other");
+  for (const std::string path :
+       {"contentfiles/none/../log/1/a.txt", "contentfiles/log/1/a.txt/../a.txt"}) {
+    storeVariations({fileVariation(other, 1), fileVariation(path, kLevel)});
+    const DiskState before = now();
+    expectDone(remove(), before);
+    EXPECT_THAT(changesSince(before), IsEmpty()) << path;
+    EXPECT_THAT(property().variations, ElementsAre(fileVariation(other, 1)));
+  }
+}
+
 TEST_F(FileRemoval, DoesNotMindThatTheFileIsGone) {
   fs::remove(addFile(kLevel, "content"));
   const DiskState before = now();

@@ -167,6 +167,16 @@ TEST_F(PolicyTest, DoesNotMindThatAFileIsGone) {
   EXPECT_THAT(property().variations, IsEmpty());
 }
 
+TEST_F(PolicyTest, LeavesWhatTheSystemDoesNotFindByTheRecordedPath) {
+  const fs::path kept = addFile(0, "kept");
+  storeConsent("0", "0");
+  storeVariations({fileVariation(kept, 0), fileVariation("contentfiles/none/../log/0/a.txt", 1),
+                   fileVariation("contentfiles/log/0/a.txt/../a.txt", 2)});
+  apply();
+  EXPECT_EQ(levels(kProperty), std::vector<int>{0});
+  EXPECT_EQ(readFile(kept), "kept");
+}
+
 TEST_F(PolicyTest, DroppingNothingWritesTheSameContents) {
   addFile(20, "kept");
   const auto record = stored(kContentsKey);

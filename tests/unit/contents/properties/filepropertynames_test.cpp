@@ -80,9 +80,17 @@ TEST_F(FilePropertyNames, NameMayLeadToAnythingWithinTheReport) {
   writeFile(dir() / "tmp/scratch", "scratch");
   expectRemoves("../tmp", {"tmp", "tmp/scratch"});
   expectRemoves("../contentfiles/log/../log", log_directory_);
-  expectRemoves("../contentfiles/missing/../log", {});
   expectRemoves("../lock", {"lock"});
   EXPECT_TRUE(fs::exists(metadataFile()));
+}
+
+// The system goes no way back from what is missing, or is no directory, whatever the text says.
+TEST_F(FilePropertyNames, NameThatTheSystemDoesNotFindLeadsToNothing) {
+  expectRemoves("../contentfiles/missing/../log", {});
+  expectRemoves("missing/../log", {});
+  expectRemoves("log/2/a.txt/../../2", {});
+  expectRemoves("log/missing/../../log/2", {});
+  EXPECT_TRUE(fs::exists(contentFiles() / "log/2/a.txt"));
 }
 
 TEST_F(FilePropertyNames, NameMayLeaveTheReportAndReturn) {
