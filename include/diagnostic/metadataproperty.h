@@ -48,6 +48,7 @@ class MetadataProperty {
    *
    * @param value the value.
    * @return its text.
+   * @throws std::length_error for a string of more than 256 MiB within one of the two lists.
    */
   [[nodiscard]] static std::string serialize(T value);
 
@@ -64,7 +65,8 @@ class MetadataProperty {
    *
    * @param value the value to write.
    * @param store where to write it.
-   * @return what the store returned: false when nothing was changed.
+   * @return what the store returned; false, too, for what serialize() refuses. False means that
+   *         nothing was changed.
    */
   bool set(T value, OS::KeyValueStore& store) const;
 
@@ -80,7 +82,7 @@ class MetadataProperty {
    * Removes the key.
    *
    * @param store where to remove it.
-   * @return what the store returned: false when nothing was changed.
+   * @return what the store returned: false when it could not be removed. An absent key gives true.
    */
   bool remove(OS::KeyValueStore& store) const;
 

@@ -1,12 +1,15 @@
 #include "diagnostic/jsontext.h"
 
+#include "diagnostic/jsonfractions.h"
 #include "os/log.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <clocale>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 
 namespace KELP::Diagnostic {
 namespace {
@@ -29,8 +32,23 @@ const Json::StreamWriterBuilder& writers() {
   return builder;
 }
 
+/** While it lives, this thread's C library writes numbers with a point. */
+class NumbersWithPoint {
+ public:
+  NumbersWithPoint() {
+    static const locale_t classic = ::newlocale(LC_NUMERIC_MASK, "C", nullptr);
+    before_ = ::uselocale(classic);
+  }
+  ~NumbersWithPoint() { ::uselocale(before_); }
+  NumbersWithPoint(const NumbersWithPoint&) = delete;
+  NumbersWithPoint& operator=(const NumbersWithPoint&) = delete;
+
+ private:
+  locale_t before_;
+};
+
 /** Parses @p text into @p root. @return what is wrong with it; empty when it was parsed. */
-std::optional<std::string> parse(const std::string& text, Json::Value& root) try {
+std::optional<std::string> parseByLocale(const std::string& text, Json::Value& root) try {
   const std::unique_ptr<Json::CharReader> reader(readers().newCharReader());
   std::string errors;
   // The terminating NUL is handed over too: the reader takes it for the end of its input.
@@ -43,9 +61,30 @@ std::optional<std::string> parse(const std::string& text, Json::Value& root) try
   return tooDeep.what();
 }
 
+/** The same, in whatever locale. */
+std::optional<std::string> parse(const std::string& text, Json::Value& root) {
+  if (readsFractionsRight()) {
+    return parseByLocale(text, root);
+  }
+  std::string integers = text;
+  const JsonFractions fractions(integers);
+  std::optional<std::string> errors = parseByLocale(integers, root);
+  fractions.putInto(root);
+  return errors;
+}
+
 }  // namespace
 
+Json::Value jsonString(const std::string& text) {
+  constexpr std::size_t kLongest = std::size_t{1} << 28;
+  if (text.size() > kLongest) {
+    throw std::length_error("text too long for JSON");
+  }
+  return text;
+}
+
 std::string writeJson(const Json::Value& array) {
+  const NumbersWithPoint point;
   // Json::writeString() would not notice that the stream has run out of memory.
   std::ostringstream text;
   text.exceptions(std::ios::badbit);

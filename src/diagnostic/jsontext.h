@@ -8,6 +8,14 @@
 /** The stored JSON texts: compact arrays, read and written by jsoncpp. */
 namespace KELP::Diagnostic {
 
+/**
+ * A value for @p text.
+ *
+ * @throws std::length_error for more than 256 MiB. No store takes so much, and the JSON library
+ *         counts by 32 bits.
+ */
+[[nodiscard]] Json::Value jsonString(const std::string& text);
+
 /** The compact text of @p array. */
 [[nodiscard]] std::string writeJson(const Json::Value& array);
 

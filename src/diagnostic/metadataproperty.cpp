@@ -2,9 +2,14 @@
 
 #include <diagnostic/metadataproperty.h>
 
+#include <cstdint>
+#include <stdexcept>
 #include <utility>
 
 namespace KELP::Diagnostic {
+
+// Times are seconds since 1970, beyond 2038.
+static_assert(sizeof(long) == sizeof(std::int64_t));
 
 template <typename T>
 MetadataProperty<T>::MetadataProperty(const char* key, std::optional<T> defaultValue)
@@ -27,8 +32,10 @@ std::optional<T> MetadataProperty<T>::unserialize(std::optional<std::string> tex
 }
 
 template <typename T>
-bool MetadataProperty<T>::set(T value, OS::KeyValueStore& store) const {
+bool MetadataProperty<T>::set(T value, OS::KeyValueStore& store) const try {
   return store.set(key_, serialize(std::move(value)));
+} catch (const std::length_error&) {
+  return false;
 }
 
 template <typename T>

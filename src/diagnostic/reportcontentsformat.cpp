@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <locale>
 #include <string_view>
 #include <utility>
 
@@ -46,19 +45,19 @@ bool takeWhole(Variation& from, Variation& variation) {
 
 bool takeDouble(Variation& from, Variation& variation) {
   variation.double_ = from.double_;
-  return std::isfinite(variation.double_) && std::locale() == std::locale::classic();
+  return std::isfinite(variation.double_);
 }
 
 // Json::Value::isInt() also takes a real number without a fraction, and refuses what needs more
 // than 32 bits.
 constexpr ValueForm kValueForms[] = {
     {Type::FILE, "relative_path",
-     [](const Variation& variation) { return Json::Value(variation.relative_path); },
+     [](const Variation& variation) { return jsonString(variation.relative_path); },
      [](const Json::Value& value) { return value.isString(); },
      [](const Json::Value& value, Variation& out) { out.relative_path = value.asString(); },
      takeText<&Variation::relative_path>},
     {Type::STRING, "string",
-     [](const Variation& variation) { return Json::Value(variation.string); },
+     [](const Variation& variation) { return jsonString(variation.string); },
      [](const Json::Value& value) { return value.isString(); },
      [](const Json::Value& value, Variation& out) { out.string = value.asString(); },
      takeText<&Variation::string>},
@@ -106,15 +105,15 @@ Json::Value& appendObject(Json::Value& list) {
 }
 
 void writeProperty(const Property& property, Json::Value& object) {
-  member(object, "stable_id") = property.stable_id;
+  member(object, "stable_id") = jsonString(property.stable_id);
   // The names are literals, so they end with a NUL.
   member(object, "property_type") = Json::StaticString(
       DiagnosticReportContentPropertyTypesToString(property.property_type).data());
-  member(object, "media_type") = property.media_type;
+  member(object, "media_type") = jsonString(property.media_type);
   // Null, and an array only with the first element: readers take both.
   Json::Value& tags = member(object, "tags");
   for (const std::string& tag : property.tags) {
-    tags.append(tag);
+    tags.append(jsonString(tag));
   }
   Json::Value& variations = member(object, "variations");
   const ValueForm* const form = valueFormOf(property.property_type);

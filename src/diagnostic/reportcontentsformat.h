@@ -11,7 +11,7 @@ namespace KELP::Diagnostic {
 
 using ReportContents = std::vector<DiagnosticReportContentProperties>;
 
-/** The stored text of @p contents. */
+/** The stored text of @p contents. Throws std::length_error for a string of more than 256 MiB. */
 [[nodiscard]] std::string writeReportContents(const ReportContents& contents);
 
 /**
@@ -24,9 +24,8 @@ using ReportContents = std::vector<DiagnosticReportContentProperties>;
 /**
  * Makes of @p contents what reading their stored text would give, without the text.
  *
- * @return false when only the text can tell, which is so for characters other than printable ASCII,
- *         for values that are no finite numbers, and for fractions in another locale than the
- *         classic one. Then @p contents may be half of it.
+ * @return false when only the text can tell, which is so for characters other than printable ASCII
+ *         and for values that are no finite numbers. Then @p contents may be half of it.
  */
 [[nodiscard]] bool makeAsStored(ReportContents& contents);
 

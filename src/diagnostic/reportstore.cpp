@@ -1,5 +1,7 @@
 #include "diagnostic/reportstore.h"
 
+#include <stdexcept>
+
 namespace KELP::Diagnostic {
 namespace {
 
@@ -25,7 +27,7 @@ std::optional<ReportContents> ReportStore::read(const MetadataProperty<ReportCon
 std::shared_ptr<const ReportContents> ReportStore::look(
     const MetadataProperty<ReportContents>& property) {
   std::optional<std::string> text = values_.get(property.getKey());
-  if (text && !text_.empty() && *text == text_ && std::locale() == locale_) {
+  if (text && !text_.empty() && *text == text_) {
     return contents_;
   }
   std::optional<ReportContents> read = property.unserialize(text);
@@ -39,7 +41,8 @@ std::shared_ptr<const ReportContents> ReportStore::look(
   return contents;
 }
 
-bool ReportStore::write(const MetadataProperty<ReportContents>& property, ReportContents contents) {
+bool ReportStore::write(const MetadataProperty<ReportContents>& property,
+                        ReportContents contents) try {
   std::string text = writeReportContents(contents);
   // Before the change is made: nothing may fail afterwards.
   const auto kept = std::make_shared<ReportContents>(std::move(contents));
@@ -50,12 +53,13 @@ bool ReportStore::write(const MetadataProperty<ReportContents>& property, Report
     keep(std::move(text), kept);
   }
   return true;
+} catch (const std::length_error&) {
+  return false;
 }
 
 void ReportStore::keep(std::string text, std::shared_ptr<const ReportContents> contents) noexcept {
   text_ = std::move(text);
   contents_ = std::move(contents);
-  locale_ = std::locale();
 }
 
 }  // namespace KELP::Diagnostic

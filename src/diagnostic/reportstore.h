@@ -5,7 +5,6 @@
 #include <diagnostic/metadataproperty.h>
 #include <os/keyvaluestore.h>
 
-#include <locale>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,8 +47,7 @@ class ReportStore {
 
   OS::KeyValueStore values_;
   std::string text_;                                ///< Empty when nothing is kept.
-  std::shared_ptr<const ReportContents> contents_;  ///< What reading the text gives in the locale.
-  std::locale locale_;                              ///< The JSON library reads fractions by it.
+  std::shared_ptr<const ReportContents> contents_;  ///< What reading the text gives.
 };
 
 }  // namespace KELP::Diagnostic

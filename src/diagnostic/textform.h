@@ -70,7 +70,7 @@ struct TextForm<std::vector<std::string>> {
   static std::string write(const std::vector<std::string>& values) {
     Json::Value array(Json::arrayValue);
     for (const std::string& value : values) {
-      array.append(value);
+      array.append(jsonString(value));
     }
     return values.empty() ? "[]" : writeJson(array);
   }

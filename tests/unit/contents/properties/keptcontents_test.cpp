@@ -1,6 +1,7 @@
 // A report object keeps the contents that it last read or wrote. It must not show: the object tells
 // what the stored text says at that moment.
 
+#include "support/pointlocale.h"
 #include "unit/contents/properties/contentsfixture.h"
 
 #include <diagnostic/metadataproperty.h>
@@ -13,7 +14,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
-#include <locale>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -186,32 +186,19 @@ TEST_F(KeptContents, StayAsTheyAreWhenAChangeFails) {
   expectAsStored();
 }
 
-/** Numbers with a decimal comma, and the locale that was there before at the end. */
-class CommaLocale {
- public:
-  CommaLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new Comma))) {}
-  ~CommaLocale() { std::locale::global(before_); }
-  CommaLocale(const CommaLocale&) = delete;
-  CommaLocale& operator=(const CommaLocale&) = delete;
-
- private:
-  struct Comma : std::numpunct<char> {
-    [[nodiscard]] char do_decimal_point() const override { return ','; }
-  };
-  std::locale before_;
-};
-
-// The JSON library writes a point always, and reads by the locale.
-TEST_F(KeptContents, FollowTheLocaleAsReadingDoes) {
+// What others store is read and kept in one locale, and looked at in another.
+TEST_F(KeptContents, AreTheSameInEveryLocale) {
   const Property fraction{"p", Type::DOUBLE, "", {}, {withNumber(0.5)}};
   {
-    const CommaLocale comma;
+    const PointLocale comma(',', '.');
     add(fraction);
-    expectAsStored();
+    EXPECT_THAT(contents(), testing::ElementsAre(fraction));
+    storeContents({numbered("other", {1}), fraction});
+    EXPECT_THAT(contents(), testing::ElementsAre(numbered("other", {1}), fraction));
+    add(numbered("third", {1}));
   }
-  expectAsStored();
-  EXPECT_THAT(contents(), testing::ElementsAre(fraction));
-  const CommaLocale comma;
+  EXPECT_THAT(contents(),
+              testing::ElementsAre(numbered("other", {1}), fraction, numbered("third", {1})));
   expectAsStored();
 }
 
