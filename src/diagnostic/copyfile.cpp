@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 
 namespace KELP::Diagnostic {
 namespace {
@@ -41,15 +42,17 @@ std::error_code openSource(const fs::path& path, Source& source) {
                                         : std::make_error_code(std::errc::invalid_argument);
 }
 
-/** Copies by reading and writing. @return whether all was copied. */
-bool pump(int from, int to, off_t done, off_t size) {
+/** Copies by reading and writing, up to @p size or, when that is empty, to the end. @return whether
+ * all was copied. */
+bool pump(int from, int to, off_t done, std::optional<off_t> size) {
   std::array<char, 65536> buffer{};
-  while (done < size) {
-    const auto wanted = std::min(static_cast<off_t>(buffer.size()), size - done);
+  while (done != size) {
+    const auto most = static_cast<off_t>(buffer.size());
+    const auto wanted = size ? std::min(most, *size - done) : most;
     const ssize_t count = OS::retryOnSignal(
         [&] { return ::pread(from, buffer.data(), static_cast<std::size_t>(wanted), done); });
     if (count <= 0) {
-      return false;
+      return count == 0 && !size;
     }
     for (ssize_t written = 0; written < count;) {
       const ssize_t part = OS::retryOnSignal([&] {
@@ -70,6 +73,7 @@ std::error_code fill(const Source& source, FileDescriptor& to) {
   if (::fchmod(to.get(), source.status.st_mode & 07777) != 0) {
     return lastError();
   }
+  // Files that the system makes while they are read, as in /proc, have no size.
   const off_t size = source.status.st_size;
   off_t done = 0;
   ssize_t count = 1;
@@ -79,7 +83,7 @@ std::error_code fill(const Source& source, FileDescriptor& to) {
   if (count < 0 && done == 0 && errno != EINVAL && errno != ENOSYS && errno != EINTR) {
     return lastError();
   }
-  if (!pump(source.file.get(), to.get(), done, size)) {
+  if (!pump(source.file.get(), to.get(), done, size == 0 ? std::nullopt : std::optional(size))) {
     return std::make_error_code(std::errc::io_error);
   }
   return to.close() ? std::error_code() : lastError();

@@ -181,6 +181,14 @@ TEST_F(FileCopy, DoesNotAskForTheTypeOfTheProperty) {
       << "a string property records no path";
 }
 
+TEST_F(FileCopy, StoresAllOfAFileThatTheSystemMakesWhileItIsRead) {
+  const fs::path source = "/proc/self/limits";
+  ASSERT_EQ(fs::file_size(source), 0U);
+  EXPECT_THAT(copy(source), Succeeds());
+  EXPECT_EQ(readFile(storedFile()), readFile(source));
+  EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 TEST_F(FileCopy, FollowsALinkToItsSource) {
   fs::create_symlink(makeSource("content"), directory_ / "link");
   expectDone(copy(directory_ / "link"));
