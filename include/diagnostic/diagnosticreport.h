@@ -742,7 +742,8 @@ class KELP_EXPORT DiagnosticReport {
   Result purgeReportTemporaryFiles();
 
   /**
-   * Copies a file into the report as a variation of a property (whose type is not checked).
+   * Copies a file into the report as a variation of a property (whose type is not checked). A file
+   * of size 0 is read to its end, since those of /proc have that size.
    *
    * The file is copied first and the record written afterwards, without rollback: a failure leaves
    * at most directories, a file without a record or, when a stored file was being replaced, a part
@@ -831,7 +832,8 @@ class KELP_EXPORT DiagnosticReport {
    *         error of getReportFileVariationPath(); "Temporary file to filter does not exist" when
    *         the stored file is gone (line: "Temporary file (%s) to filter does not exist"); or,
    *         without a line, "Filter aborted without error condition" when the filter returned
-   *         false.
+   *         false. The temporary file has the mode of the stored one, and may be read and written by
+   *         its owner.
    * @throws std::bad_function_call for an empty filter.
    * @throws std::filesystem::filesystem_error when the stored file cannot be examined. No temporary
    *         file stays then, nor when the filter throws, whose exception reaches the caller.

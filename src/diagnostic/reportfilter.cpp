@@ -41,6 +41,19 @@ std::ifstream openStored(const fs::path& path) {
   return stream;
 }
 
+/**
+ * Makes the file for a filter's output as private as the stored file, whose mode it hands on when
+ * it is copied there. When that fails, opening the output makes the file.
+ */
+void makeOutput(const fs::path& path, fs::perms stored) {
+  constexpr fs::perms kOwners = fs::perms::owner_read | fs::perms::owner_write;
+  const OS::FileDescriptor file =
+      openAt(AT_FDCWD, path, O_WRONLY | O_CREAT | O_EXCL, static_cast<mode_t>(kOwners));
+  if (file) {
+    ::fchmod(file.get(), static_cast<mode_t>((stored & fs::perms::all) | kOwners));
+  }
+}
+
 }  // namespace
 
 Result DiagnosticReport::applyPolicyFilters() {
@@ -96,11 +109,13 @@ DiagnosticReport::TemporaryFileResult DiagnosticReport::filterFileVariationToTem
   if (!stored) {
     return stored.error();
   }
-  if (!fs::exists(*stored)) {
+  const fs::file_status status = fs::status(*stored);
+  if (!fs::exists(status)) {
     return fail(noCode(), "Temporary file to filter does not exist",
                 "Temporary file (%s) to filter does not exist", stored->c_str());
   }
 
+  makeOutput(*path, status.permissions());
   std::ofstream output(*path, std::ios::binary | std::ios::in | std::ios::out | std::ios::trunc);
   std::ifstream input = openStored(*stored);
   if (!filter(input, output)) {

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -167,6 +168,25 @@ TEST_F(FileFilterTest, MayReadItsOutputAgainAndCannotWriteToItsInput) {
               }),
               Succeeds());
   EXPECT_EQ(readFile(storedFile()), "ABcdef");
+}
+
+// Whatever the process's mask is, nobody may read more than before, nor less.
+TEST_F(FileFilterTest, LeavesTheModeOfTheStoredFile) {
+  const mode_t mask = ::umask(022);
+  for (const fs::perms mode : {fs::perms(0600), fs::perms(0640), fs::perms(0666)}) {
+    addFile(kLevel, "content");
+    fs::permissions(storedFile(), mode);
+    EXPECT_THAT(filter([&](std::ifstream& input, std::ofstream& output) {
+                  const fs::path scratch = tmpDirectory() / namesIn(tmpDirectory()).at(0);
+                  EXPECT_EQ(fs::status(scratch).permissions(), mode);
+                  return copyAll(input, output);
+                }),
+                Succeeds());
+    EXPECT_EQ(fs::status(storedFile()).permissions(), mode);
+    EXPECT_EQ(readFile(storedFile()), "content");
+    ASSERT_THAT(report().removeFileVariation(kProperty, kLevel), Succeeds());
+  }
+  ::umask(mask);
 }
 
 TEST_F(FileFilterTest, MayCloseItsStreams) {
