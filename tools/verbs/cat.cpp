@@ -5,6 +5,7 @@
 #include "reports/repository.h"
 #include "reports/storedfile.h"
 #include "verbs/argument.h"
+#include "verbs/protectedfiles.h"
 #include "verbs/verb.h"
 
 #include <cstddef>
@@ -63,8 +64,10 @@ const Variation& requireVariation(const Property& property, int permitted,
   return *wanted;
 }
 
-/** Throws a Failure (Damage) unless @p file is a regular file within the report. */
-void requirePresent(const StoredFile& file, const std::string& name) {
+/** Throws a Failure (Damage) unless @p file is a regular file within the report, and not another
+ * name of one that must not get out. */
+void requireReadable(const StoredFile& file, const std::string& name,
+                     const ProtectedFiles& protectedFiles) {
   switch (file.state()) {
     case FileState::Missing:
       throw Failure(ExitStatus::Damage, "the file " + name + " is missing");
@@ -74,6 +77,10 @@ void requirePresent(const StoredFile& file, const std::string& name) {
       throw Failure(ExitStatus::Damage, "the file " + name + " is not a regular file");
     case FileState::Present:
       break;
+  }
+  if (protectedFiles.include(file.status())) {
+    throw Failure(ExitStatus::Damage,
+                  "the file " + name + " is another name of one that is not handed on");
   }
 }
 
@@ -104,7 +111,6 @@ void copyToOutput(StoredFile& file) {
 }
 
 void writeFile(StoredFile& file, const std::string& name, bool forTerminal) {
-  requirePresent(file, name);
   if (!forTerminal) {
     copyToOutput(file);
     return;
@@ -138,7 +144,9 @@ ExitStatus cat(const Context& context, const CatOptions& options) {
   const bool forTerminal = outputIsTerminal() && !options.force;
   if (property.isFileProperty()) {
     StoredFile file(report, variation);
-    writeFile(file, inQuotes(pathInReport(report, variation)), forTerminal);
+    const std::string name = inQuotes(pathInReport(report, variation));
+    requireReadable(file, name, ProtectedFiles(report, options.allLevels));
+    writeFile(file, name, forTerminal);
   } else {
     writeValue(valueText(variation, property.property_type), options.name, forTerminal);
   }

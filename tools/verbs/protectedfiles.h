@@ -10,8 +10,8 @@
 
 namespace KELP::Tool {
 
-/** The files whose content must not get into an archive under any name: those that make the report,
- * and those of variations above the permitted level. */
+/** The files whose content must not be handed on under any name: those that make the report, and
+ * those of variations above the permitted level. */
 class ProtectedFiles {
  public:
   /** @param allLevels whether no level is above what is permitted. */

@@ -215,6 +215,22 @@ TEST_F(CatTest, RefusesAFileOutsideOfTheReport) {
   expectRefused({"log"}, 5, "the file \"/etc/passwd\" is outside of the report");
 }
 
+TEST_F(CatTest, RefusesAnotherNameOfWhatIsNotHandedOn) {
+  addFile(*open(kFirst), "log", "secret", {10, 30});
+  const std::string message =
+      "the file \"contentfiles/log/10/log10.txt\" is another name of one that is not handed on";
+  fs::remove(fileOf("log", 10));
+  fs::create_hard_link(fileOf("log", 30), fileOf("log", 10));
+  expectRefused({"log"}, 5, message);
+  EXPECT_EQ(cat({"log", "--level", "10", "--all-levels"}).output, "secret");
+  for (const char* part : {"lock", "metadata.db"}) {
+    fs::remove(fileOf("log", 10));
+    fs::create_hard_link(repository_.root() / kFirst / part, fileOf("log", 10));
+    expectRefused({"log"}, 5, message);
+    expectRefused({"log", "--level", "10", "--all-levels"}, 5, message);
+  }
+}
+
 TEST_F(CatTest, SaysWhenTheOutputCannotBeWritten) {
   ChildProcess shell({"/bin/sh", "-c",
                       toolPath() + " -C " + repository_.root().native() + " cat " + kFirst +
