@@ -108,13 +108,10 @@ DiagnosticReport::Result DiagnosticReport::_open(fs::path root, ReportUuid id) {
   }
 
   store_ = std::make_shared<ReportStore>(parts->metadata);
-  std::optional<ReportUuid> stored = read(keys::kReportId);
-  if (!stored) {
-    if (!store_->isReady()) {
-      return fail("Failed to initialize metadata kv store for report");
-    }
-    stored = read(keys::kReportId);  // The store may have become ready in between.
+  if (!store_->isReady()) {
+    return fail("Failed to initialize metadata kv store for report");
   }
+  const std::optional<ReportUuid> stored = read(keys::kReportId);
   if (!stored || *stored != id_) {
     OS::log(ANDROID_LOG_WARN, "Report id mismatch: expected %s, got %s", id_.toString().c_str(),
             stored ? stored->toString().c_str() : "null");

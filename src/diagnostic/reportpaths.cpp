@@ -30,14 +30,17 @@ bool isWithin(const fs::path& path, const fs::path& directory) {
  * made.
  *
  * The check leaves ".." behind a missing directory to the text alone, and does not look at what
- * that leads to, which may be a symbolic link: a second look sees it. The system ends a path at a
- * NUL, so one with a NUL is not what it looks like.
+ * that leads to, which may be a symbolic link: a second look sees it. What the way to @p directory
+ * itself leads to is its owner's choice. The system ends a path at a NUL, so one with a NUL is not
+ * what it looks like.
  */
 bool staysWithin(const fs::path& path, const fs::path& directory) {
   if (path.native().find('\0') != std::string::npos || !isWithin(path, directory)) {
     return false;
   }
-  if (std::ranges::find(path, fs::path("..")) == path.end()) {
+  const auto [rest, below] =
+      std::mismatch(directory.begin(), directory.end(), path.begin(), path.end());
+  if (std::find(rest == directory.end() ? below : path.begin(), path.end(), "..") == path.end()) {
     return true;
   }
   const fs::path file = path.has_filename() ? path : path.parent_path();

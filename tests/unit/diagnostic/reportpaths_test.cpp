@@ -209,5 +209,16 @@ TEST_F(ReportPaths, RootMayBeALink) {
   EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+// Where the way to the root leads is its owner's choice, as for whoever makes it.
+TEST_F(ReportPaths, RootMayGoBackFromWhatIsMissingToALink) {
+  fs::create_directory(directory_ / "elsewhere");
+  fs::create_directory_symlink(directory_ / "elsewhere", directory_ / "link");
+  DiagnosticData data(directory_ / "missing/../link");
+  ASSERT_NE(data.createReport(id_, 1, 2, 3, "device", "session"), nullptr);
+  EXPECT_NE(data.openReport(id_), nullptr);
+  EXPECT_TRUE(fs::exists(directory_ / "elsewhere" / kIdText / "metadata.db"));
+  EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace KELP::Diagnostic
