@@ -93,7 +93,10 @@ void addCreate(CLI::App& program, Context& context) {
       "  kelp-diagnostics create --app 7 --process player --description 'no sound'\n"
       "  id=$(kelp-diagnostics create --device \"$(hostname)\")\n"
       "\n"
-      "The root directory is created when it is missing.\n",
+      "The root directory is created when it is missing. What --description, --pid, --process\n"
+      "and --library give is filled in under the report's lock. Whoever watches the repository\n"
+      "may have it just then, which is waited for, 5 s or --wait if that is longer. A report\n"
+      "that cannot be filled does not stay.\n",
       create);
   addWord(*verb.app, "--id", verb->id, "Its identifier, instead of a random one")
       ->type_name("UUID");

@@ -268,10 +268,12 @@ void addShow(CLI::App& program, Context& context) {
       "  kelp-diagnostics show 3f2a\n"
       "  kelp-diagnostics show 3f2a --all-levels --json\n"
       "\n"
-      "\"*\" marks the best variation of each property: the one with the "
-      "highest level that\nis permitted. The exit status is 5 for a report "
-      "that is damaged, half-made or\nmismatched, and 1 for one\nthat may not be "
-      "read; what is known of it is shown.\n",
+      "\"*\" marks the best variation of each property: the one with the highest level that\n"
+      "is permitted. Of a report that is damaged, half-made, mismatched or unreadable, what is\n"
+      "known is shown.\n"
+      "\n"
+      "Exit status: 5 for a report that is damaged, half-made or mismatched, 1 for one that may\n"
+      "not be read.\n",
       show);
   addId(*verb.app, verb->id);
   verb.app->add_flag("--all-levels", verb->allLevels, "Also the values above the permitted level");
