@@ -144,7 +144,7 @@ _kelp_diagnostics_offer() {
     name) mapfile -d '' -t found < <(_kelp_diagnostics_read "$root" property list --null "${given[0]-}") ;;
     type) found=(file string integer double boolean) ;;
     mark) found=(creation user-interaction data-collection data-policy upload) ;;
-    stage) found=(creating collecting awaiting-consent awaiting-policy awaiting-upload uploaded half-made damaged mismatched) ;;
+    stage) found=(creating collecting awaiting-consent awaiting-policy awaiting-upload uploaded half-made damaged mismatched unreadable) ;;
     verb) mapfile -t found < <(printf '%s\n' "${!_kelp_diagnostics_options[@]}" | grep -vxF -e - | cut -d ' ' -f 1 | sort -u) ;;
     second) mapfile -t found < <(printf '%s\n' "${!_kelp_diagnostics_options[@]}" | sed -n "s/^$verb //p") ;;
     file | directory)

@@ -1,5 +1,7 @@
-// The manual page and both completions know the same verbs and options as the program itself.
+// The manual page and both completions know the same verbs, options and stages as the program
+// itself.
 
+#include "reports/stage.h"
 #include "support/temporarydirectory.h"
 #include "verbs/program.h"
 
@@ -11,6 +13,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace KELP::Tool {
 namespace {
@@ -100,6 +103,32 @@ Verbs verbsOfTable(const std::string& text, const std::regex& entry) {
     }
   }
   return verbs;
+}
+
+/** The words between what @p before and @p after match in a file of the program, in order. In the
+ * manual there are commas between them, and "or" before the last. */
+std::vector<std::string> wordsBetween(const std::string& name, const std::string& before,
+                                      const std::string& after) {
+  const std::string text = source(name);
+  std::smatch found;
+  if (!std::regex_search(text, found, std::regex(before + "([-a-z,\\s]*)" + after))) {
+    ADD_FAILURE() << name << " has no list behind " << before;
+    return {};
+  }
+  std::istringstream listed(std::regex_replace(found[1].str(), std::regex(",|\\bor\\b"), " "));
+  std::vector<std::string> words;
+  for (std::string word; listed >> word;) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+TEST(ToolHelp, TheManualPageAndTheCompletionsKnowEveryStage) {
+  const std::vector<std::string> expected = allStageTexts();
+  EXPECT_EQ(wordsBetween("kelp-diagnostics.1", "Only those at this stage: ", "\\.\n"), expected);
+  EXPECT_EQ(wordsBetween("completion/kelp-diagnostics.bash", "stage\\) found=\\(", "\\)"),
+            expected);
+  EXPECT_EQ(wordsBetween("completion/_kelp-diagnostics", "stage\\) REPLY='\\(", "\\)'"), expected);
 }
 
 TEST(ToolHelp, TheManualPageAgreesWithTheProgram) {
