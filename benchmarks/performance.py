@@ -180,7 +180,7 @@ def behind_lines(run):
 
 def missed_text(run, missed):
     return ("Missed: " + ("; ".join(missed) if missed else "none") + ".\n\n"
-            "The library was meant to be ahead of both ways of SQLite in every row. Rows in which it is behind "
+            "The aim is to be ahead of both ways of SQLite in every row. Rows in which it is behind "
             "by more than a twentieth:\n\n" + "\n".join(behind_lines(run)))
 
 
