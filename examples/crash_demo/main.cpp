@@ -4,9 +4,8 @@
 // an uploader copies what is left to an outbox, and a viewer shows the report and deletes it. An
 // observer is told of every change by the library, while the others are at it.
 //
-//   crash_demo [DIR]                 plays all of it in DIR (reports/, logs/ and outbox/) or,
-//   without
-//                                    one, in a new directory that is removed at the end
+//   crash_demo [DIR]                 plays all of it in DIR (reports/, logs/, outbox/ and the file
+//                                    changes), or in a new directory that is removed at the end
 //   crash_demo --role NAME DIR ID    is one of its processes
 //
 // The exit status is 0 when every step succeeded.
