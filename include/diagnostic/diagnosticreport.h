@@ -42,7 +42,8 @@ class ReportStore;
  *     cleared.
  *  4. deleteReport() removes it, or the destructor lets go of it.
  *
- * Nothing is cached: each query reads the store, so what another process changed is seen at once.
+ * Each query looks at the store, so what another process changed is seen at once. (The list of
+ * contents that was last read or written is kept, and used as long as the stored text is the same.)
  *
  * The object owns the descriptor of its lock file and shares ownership of the store. Locks belong
  * to that descriptor: two objects on one report exclude each other as two processes do. No lock
@@ -52,11 +53,17 @@ class ReportStore;
  * Threads: an object is used by one thread at a time.
  *
  * Errors: each operation that can fail returns an error whose message is a fixed sentence, named
- * with the operation, and writes one log line at error priority under the tag "diagnosticdata". The
- * line is the message unless it is given too. The code is 0 unless another is given. Every
- * operation that changes the report can also fail as touch() does, and then has changed nothing
- * (but that a copy has made its directories). On a report without a store (default-constructed,
- * deleted, or moved from) every key reads as absent and every write fails.
+ * with the operation, and, unless something else is said, writes one log line at error priority
+ * under the tag "diagnosticdata". The line is the message unless it is given too. A line that is
+ * given with the error of another operation comes after those of that operation. The code is 0
+ * unless another is given. Every operation that changes the report can also fail as touch() does,
+ * and then has changed nothing (but that a copy has made its directories). On a report without a
+ * store (default-constructed, deleted, or moved from) every key reads as absent and every write
+ * fails.
+ *
+ * A stored value that cannot be read counts as absent. When that is the list of libraries or of
+ * contents, each operation that asks for it also writes the line "Failed to parse json data: %s,
+ * error: %s", with the text and what is wrong with it.
  */
 class KELP_EXPORT DiagnosticReport {
  public:
@@ -181,9 +188,11 @@ class KELP_EXPORT DiagnosticReport {
   /** The session's identifier. @return it, or "Report doesn't have an associated Session Id". */
   [[nodiscard]] OS::expected<std::string, DiagnosticError> getSessionId() const;
 
-  /** When the report was created. @return seconds since the epoch; now, when not recorded. */
+  /** When the report was created. @return seconds since the epoch; now, when not recorded or not
+   *  readable. */
   [[nodiscard]] long getCreatedTime() const;
-  /** When the report was last changed. @return seconds since the epoch; now, when not recorded. */
+  /** When the report was last changed. @return seconds since the epoch; now, when not recorded or
+   *  not readable. */
   [[nodiscard]] long getModifiedTime() const;
 
   /**
@@ -206,7 +215,7 @@ class KELP_EXPORT DiagnosticReport {
   ///@{
 
   /** The consent level that the user has given; 20 at first. @return any `int`; 0 when not
-   *  recorded. */
+   *  recorded or not readable. */
   [[nodiscard]] int getCurrentConsentLevel() const;
 
   /**
@@ -220,7 +229,7 @@ class KELP_EXPORT DiagnosticReport {
   Result setCurrentConsentLevel(int level);
 
   /** The highest consent level that the report may be raised to; 30 at first. @return any `int`; 0
-   *  when not recorded. */
+   *  when not recorded or not readable. */
   [[nodiscard]] int getMaxConsentLevel() const;
 
   /**
@@ -279,7 +288,7 @@ class KELP_EXPORT DiagnosticReport {
   /** @name What produced the report */
   ///@{
 
-  /** The free-text description. @return it; empty when never set. */
+  /** The free-text description. @return it; empty when never set or not readable. */
   [[nodiscard]] std::optional<std::string> getDescription() const;
   /**
    * Changes the description, at any stage.
@@ -289,7 +298,8 @@ class KELP_EXPORT DiagnosticReport {
    */
   Result setDescription(std::string description);
 
-  /** The process id of the process that the report is about. @return it; empty when never set. */
+  /** The process id of the process that the report is about. @return it; empty when never set or
+   *  not readable. */
   [[nodiscard]] std::optional<int> getPID() const;
   /**
    * Changes the process id.
@@ -300,7 +310,7 @@ class KELP_EXPORT DiagnosticReport {
    */
   Result setPID(int pid);
 
-  /** The name of that process. @return it; empty when never set. */
+  /** The name of that process. @return it; empty when never set or not readable. */
   [[nodiscard]] std::optional<std::string> getProcessName() const;
   /**
    * Changes the name of the process.
@@ -311,8 +321,8 @@ class KELP_EXPORT DiagnosticReport {
    */
   Result setProcessName(std::string name);
 
-  /** The libraries loaded in that process, in the order given. @return them; empty when never set.
-   */
+  /** The libraries loaded in that process, in the order given. @return them; empty when never set
+   *  or not readable. */
   [[nodiscard]] std::optional<std::vector<std::string>> getLoadedLibraries() const;
   /**
    * Stores the whole list of libraries in the given order, duplicates kept.
@@ -345,8 +355,8 @@ class KELP_EXPORT DiagnosticReport {
   /** The tags of a property. */
   using Tags = std::set<std::string>;
 
-  /** All properties in the order of their creation. @return them; empty when there are no contents.
-   */
+  /** All properties in the order of their creation. @return them; empty when there are no contents,
+   *  or they are not readable. */
   [[nodiscard]] std::optional<std::vector<Properties>> getReportContents() const;
 
   /**
@@ -747,7 +757,7 @@ class KELP_EXPORT DiagnosticReport {
    *
    * The file is copied first and the record written afterwards, without rollback: a failure leaves
    * at most directories, a file without a record or, when a stored file was being replaced, a part
-   * of it.
+   * or the whole of the new one in its place.
    *
    * @param name      the property.
    * @param variation the variation's level.
@@ -889,11 +899,14 @@ class KELP_EXPORT DiagnosticReport {
    * @param userId    as there.
    * @param deviceId  as there.
    * @param sessionId as there.
-   * @return true; an error of the path builders; "Failed to create directory for report" with the
-   *         system's code; "Failed to create lock file for new report" with `errno` (`EEXIST` when
-   *         there is one) and the line "Failed to create lock file for new report %s. errno = %d";
-   *         an error of acquireWriteLock() with the line "Unable to acquire write lock for new
-   *         report %s"; or "Failed to to write initial metadata for report".
+   * @return true; an error of the path builders with the line "Unable to create report with unknown
+   *         path", "Unable to create report with unknown lock path" or "Unable to create report
+   *         with unknown metadata path", after those of all three builders (for the null identifier
+   *         six lines in all); "Failed to create directory for report" with the system's code;
+   *         "Failed to create lock file for new report" with `errno` (`EEXIST` when there is one)
+   *         and the line "Failed to create lock file for new report %s. errno = %d"; an error of
+   *         acquireWriteLock() with the line "Unable to acquire write lock for new report %s"; or
+   *         "Failed to to write initial metadata for report".
    */
   Result _create(std::filesystem::path root, ReportUuid id, int appId, int buildId, int userId,
                  std::string deviceId, std::string sessionId);
@@ -905,13 +918,16 @@ class KELP_EXPORT DiagnosticReport {
    *
    * @param root the repository's root.
    * @param id   the report's identifier.
-   * @return true; an error of the path builders; "Lock file does not exist for diagnostic report"
-   *         or "Metadata file does not exist for diagnostic report" with the system's code and the
-   *         lines "Lock file %s does not exist for diagnostic report" and "Metadata file %s …";
-   *         "Failed to open lock file for existing report" with `errno` and the line "Failed to
-   *         open lock file for existing report %s. errno = %d"; "Failed to initialize metadata kv
-   *         store for report"; or "Report id mismatch" with the line "Report id mismatch: expected
-   *         %s, got %s" at warning priority.
+   * @return true; an error of the path builders with the line "Unable to open report with unknown
+   *         lock path" or "Unable to open report with unknown metadata path", after those of both
+   *         builders; "Lock file does not exist for diagnostic report" or "Metadata file does not
+   *         exist for diagnostic report" with the system's code, or 0 when something else than a
+   *         regular file is there, and the lines "Lock file %s does not exist for diagnostic
+   *         report" and "Metadata file %s does not exist for diagnostic report"; "Failed to open
+   *         lock file for existing report" with `errno` and the line "Failed to open lock file for
+   *         existing report %s. errno = %d"; "Failed to initialize metadata kv store for report";
+   *         or "Report id mismatch" with the line "Report id mismatch: expected %s, got %s" at
+   *         warning priority.
    */
   Result _open(std::filesystem::path root, ReportUuid id);
 
@@ -919,9 +935,11 @@ class KELP_EXPORT DiagnosticReport {
 
   /**
    * @name Internal: path builders
-   * Each fails as getReportDirPath() does (with one more line, "Unable to prepare relative report
-   * path for report with unknown report directory"), or with "Path is not within report directory"
-   * and the line "Path: %s, is not within report directory: %s".
+   * All but the first fail as that does, with one more line, "Unable to prepare relative report
+   * path for report with unknown report directory"; or with "Path is not within report directory"
+   * and the line "Path: %s, is not within report directory: %s". When the place could not be
+   * resolved, "Error %s while attempting to resolve path: %s" (or "… required path: %s") comes
+   * before that line. A path with a NUL is refused too, as not within the directory.
    */
   ///@{
 
