@@ -117,7 +117,9 @@ class KELP_EXPORT DiagnosticData {
   /**
    * Lists the reports that can be opened. Opens each of them to find out, so a report that is being
    * written can cost a second. An entry that cannot be examined is skipped with the line "Error
-   * while enumerating diagnostic reports: %s".
+   * while enumerating diagnostic reports: %s". The names of directories are read as identifiers in
+   * either case, but only the directory in lower case is opened: a report with a twin in upper case
+   * is listed twice, and one in upper case alone is not.
    *
    * @return their identifiers, in the order of the directory; none for a root that cannot be read.
    */
