@@ -33,11 +33,11 @@ namespace KELP::Diagnostic {
  *  - a report that is created, as soon as its metadata store is there;
  *  - each change of a report's metadata, after it was written; quick changes may be told as one;
  *  - the deletion of a report's directory or of its metadata, and moving its directory away.
- * Changes of other files are not noticed. Neither is, before the next start(): a report directory
- * that is moved into the root; one that was there at the start, but could not be opened then; one
- * whose metadata was deleted and written again in the same directory; one whose directory came and
- * went before, without ever having metadata; a root that was not there at the start (logged), or
- * was removed and made again.
+ * Changes of other files are not noticed, nor is a metadata file that is moved away. Neither is,
+ * before the next start(): a report directory that is moved into the root; one that was there at
+ * the start, but could not be opened then; one whose metadata was deleted and written again in the
+ * same directory; one whose directory came and went before, without ever having metadata; a root
+ * that was not there at the start (logged), or was removed and made again.
  *
  * When so much happens that the kernel gives up telling, the observer looks at the root again: what
  * appeared is announced as added, what vanished as removed, and all else as updated.
@@ -108,7 +108,8 @@ class KELP_EXPORT DiagnosticDataObserver {
 
   /**
    * @name Internal operations
-   * The steps of observing, which the watches call. They do nothing while the observer is stopped.
+   * The steps of observing, which the watches call. They do nothing while the observer is stopped,
+   * except that isValidReport() answers all the same.
    */
   ///@{
 

@@ -30,8 +30,11 @@ namespace KELP::OS {
  *  - When the kernel's queue overflows all the same, each watch's callback gets one event with
  *    `IN_Q_OVERFLOW` (and the watch descriptor -1, as the kernel gives it), in its place among the
  *    others. What happened meanwhile is lost.
- *  - After rmWatch() or the destructor has returned, no callback of the watch begins. One that
- *    has begun when rmWatch() is called may still be running; the destructor waits for it.
+ *  - After the destructor has returned, no callback begins, and none is running but one that has
+ *    called the destructor itself.
+ *  - After rmWatch() has returned to a callback of this observer, none of the watch begins. When it
+ *    was called elsewhere, one may still be running then, or begin, if it had been chosen to be the
+ *    next before the call; no other does.
  *  - A callback may destroy the FileObserver. The thread then ends by itself after the callback has
  *    returned.
  *  - An exception that a callback lets out ends that callback alone, with the line "A callback of
@@ -85,7 +88,8 @@ class KELP_EXPORT FileObserver {
   int addWatch(std::string path, std::uint32_t mask, Callback callback, void* userData);
 
   /**
-   * Ends a watch. What the kernel has told of it and was not delivered is dropped.
+   * Ends a watch. What the kernel has told of it and was not delivered is dropped, but for one
+   * event that another thread may just be about to deliver.
    *
    * @param wd what addWatch() returned.
    * @return false when there is no such watch, for example since its file is gone.
