@@ -22,7 +22,10 @@ namespace KELP::Utils {
  *         "." or "..", when it lies elsewhere, and when resolving fails. A failure to resolve is
  *         logged at error priority: "Error %s while attempting to resolve path: %s" with the
  *         system's text and the file's parent directory, or "Error %s while attempting to resolve
- *         required path: %s" with @p requiredDir.
+ *         required path: %s" with @p requiredDir. Resolving does not count as failed, though it
+ *         would fail, where @p path is by its text below @p requiredDir, which is absolute and can
+ *         be looked up, and no link is in between: with links that come to a path longer than
+ *         PATH_MAX, or lead to a removed directory, as /proc/self/cwd can.
  *
  * May be called from any thread. Throws only for want of memory.
  */
