@@ -145,6 +145,18 @@ TEST_P(ReportLockOfKind, IsReleasedByTheDestructorWithItsDescriptor) {
   EXPECT_THAT(log_.take(), IsEmpty());
 }
 
+TEST_P(ReportLockOfKind, ThatCannotBeReleasedLetsTheDestructorCloseItsDescriptorAllTheSame) {
+  ASSERT_THAT(acquire(*report_, true), Succeeds());
+  static_cast<void>(spy_.take());
+  spy_.failNext({ENOLCK});
+  report_.reset();
+  EXPECT_THAT(spy_.take(), ElementsAre(LOCK_UN));
+  EXPECT_EQ(log_.take(),
+            errorLines({std::string("Failed to release lock for report") + kNoLocksText}));
+  EXPECT_THAT(descriptorsBelow(root_), IsEmpty());
+  EXPECT_TRUE(lockIsFree()) << "it ends with the descriptor";
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, ReportLockOfKind, testing::ValuesIn(kinds()),
                          [](const auto& all) { return all.param.name; });
 

@@ -28,6 +28,8 @@ struct Waiter {
   DiagnosticReport::Result (DiagnosticReport::*wait)(long);
   int operation;
   std::string failure;
+  /** Takes the other kind of lock. */
+  DiagnosticReport::Result (DiagnosticReport::*acquireOther)(bool);
 };
 
 void PrintTo(const Waiter& waiter, std::ostream* out) {
@@ -37,9 +39,9 @@ void PrintTo(const Waiter& waiter, std::ostream* out) {
 const std::vector<Waiter>& waiters() {
   static const std::vector<Waiter> both{
       {"Read", &DiagnosticReport::waitForAndAquireReadLock, LOCK_SH | LOCK_NB,
-       "Failed acquire read lock for report"},
+       "Failed acquire read lock for report", &DiagnosticReport::acquireWriteLock},
       {"Write", &DiagnosticReport::waitForAndAquireWriteLock, LOCK_EX | LOCK_NB,
-       "Failed acquire write lock for report"}};
+       "Failed acquire write lock for report", &DiagnosticReport::acquireReadLock}};
   return both;
 }
 
@@ -91,6 +93,32 @@ TEST_P(ReportLockWait, KeepsALockThatIsHeldAlready) {
   FlockSpy spy;
   EXPECT_THAT(wait(*report_, 1000), Succeeds());
   EXPECT_THAT(spy.take(), IsEmpty());
+}
+
+TEST_P(ReportLockWait, KeepsALockOfTheOtherKindUntilItIsConverted) {
+  ASSERT_THAT(holder_->releaseLock(), Succeeds());
+  ASSERT_THAT((*report_.*GetParam().acquireOther)(true), Succeeds());
+  const FakeClock clock;
+  FlockSpy spy;
+  spy.failNext({EWOULDBLOCK, EWOULDBLOCK});
+  EXPECT_THAT(wait(*report_, 1000), Succeeds());
+  EXPECT_THAT(spy.take(),
+              ElementsAre(GetParam().operation, GetParam().operation, GetParam().operation));
+  EXPECT_EQ(clock.sleeps(), pauses(2));
+  expectFailedAttempts(2);
+}
+
+TEST_P(ReportLockWait, InVainLeavesALockOfTheOtherKindHeld) {
+  ASSERT_THAT(holder_->releaseLock(), Succeeds());
+  ASSERT_THAT((*report_.*GetParam().acquireOther)(true), Succeeds());
+  const FakeClock clock;
+  FlockSpy spy;
+  spy.failNext({EWOULDBLOCK, EWOULDBLOCK});
+  EXPECT_THAT(wait(*report_, 1), FailsWith(systemCode(EWOULDBLOCK), GetParam().failure));
+  EXPECT_THAT(spy.take(), ElementsAre(GetParam().operation, GetParam().operation));
+  EXPECT_THAT((*report_.*GetParam().acquireOther)(false), Succeeds());
+  EXPECT_THAT(spy.take(), IsEmpty()) << "it still counts as held";
+  EXPECT_FALSE(lockIsFree());
 }
 
 TEST_P(ReportLockWait, TriesOnceWithoutPauseWhenThereIsNoTime) {
