@@ -132,6 +132,13 @@ TEST_F(ReportCreation, KeepsItsDescriptorsFromExecutedPrograms) {
   }
 }
 
+TEST_F(ReportCreation, OpensTheLockForReadingAndWriting) {
+  ASSERT_THAT(createOn(report_), Succeeds());
+  const std::vector<int> descriptors = descriptorsBelow(lockFile());
+  ASSERT_EQ(descriptors.size(), 1U);
+  EXPECT_EQ(::fcntl(descriptors.front(), F_GETFL) & O_ACCMODE, O_RDWR);
+}
+
 TEST_F(ReportCreation, MakesMissingParents) {
   root_ /= "a/b/c";
   ASSERT_THAT(createOn(report_), Succeeds());
@@ -144,6 +151,15 @@ TEST_F(ReportCreation, ReusesADirectoryWithoutALock) {
   ASSERT_THAT(createOn(report_), Succeeds());
   EXPECT_THAT(namesIn(dir()), ElementsAre("lock", "metadata.db", "stray", "tmp"));
   EXPECT_EQ(readFile(dir() / "stray"), "kept");
+}
+
+TEST_F(ReportCreation, FollowsALinkToADirectoryInItsPlace) {
+  fs::create_directory(root_);
+  fs::create_directory(root_ / "elsewhere");
+  fs::create_directory_symlink("elsewhere", dir());
+  EXPECT_THAT(createOn(report_), Succeeds());
+  EXPECT_THAT(log_.take(), IsEmpty());
+  EXPECT_THAT(namesIn(root_ / "elsewhere"), ElementsAre("lock", "metadata.db"));
 }
 
 TEST_F(ReportCreation, WritesOverMetadataThatWasLeftBehind) {

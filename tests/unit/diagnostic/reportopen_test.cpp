@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ namespace KELP::Diagnostic {
 namespace {
 
 using namespace KELP::Test;
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
@@ -101,6 +103,24 @@ TEST_F(ReportOpening, GoesOnAfterASecondOfWaitingForAWriter) {
   EXPECT_THAT(writer->touch(), Succeeds()) << "the writer keeps its lock";
 }
 
+TEST_F(ReportOpening, WaitsForAsLongAsTheSecondIsNotOver) {
+  struct Case {
+    std::chrono::microseconds oversleep;
+    std::size_t pauses;
+  };
+  const auto writer = create();
+  ASSERT_THAT(writer->acquireWriteLock(true), Succeeds());
+  // Ten pauses are of 767 ms, so that with ten times these delays 999 ms or 1000 ms have gone by.
+  for (const Case& wanted : {Case{23'200us, 11}, Case{23'300us, 10}}) {
+    SCOPED_TRACE(wanted.oversleep.count());
+    FakeClock clock;
+    clock.oversleep(wanted.oversleep);
+    DiagnosticReport report;
+    EXPECT_THAT(openOn(report), Succeeds());
+    EXPECT_EQ(clock.sleeps().size(), wanted.pauses);
+  }
+}
+
 TEST_F(ReportOpening, GoesOnWhenTheWriterLetsGoInTime) {
   const auto writer = create();
   ASSERT_THAT(writer->acquireWriteLock(true), Succeeds());
@@ -131,6 +151,14 @@ TEST_F(ReportOpening, KeepsItsDescriptorsFromExecutedPrograms) {
   for (const int descriptor : descriptorsBelow(root_)) {
     EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
   }
+}
+
+TEST_F(ReportOpening, OpensTheLockForReadingAndWriting) {
+  createAndClose();
+  ASSERT_THAT(openOn(report_), Succeeds());
+  const std::vector<int> descriptors = descriptorsBelow(lockFile());
+  ASSERT_EQ(descriptors.size(), 1U);
+  EXPECT_EQ(::fcntl(descriptors.front(), F_GETFL) & O_ACCMODE, O_RDWR);
 }
 
 TEST_F(ReportOpening, RefusesANullIdentifier) {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace KELP::Diagnostic {
 namespace {
@@ -85,6 +86,17 @@ TEST_P(ReportPathBuilders, RefuseANullIdentifier) {
   const DiagnosticReport report;
   EXPECT_THAT(GetParam().build(report), Refuses(kNullIdLine));
   EXPECT_EQ(log_.take(), errorLines({kNullIdLine, kUnknownDirectoryLine}));
+}
+
+TEST_P(ReportPathBuilders, RefuseADirectoryThatCannotBeResolved) {
+  const auto report = create();
+  fs::rename(dir(), root_ / "aside");
+  fs::create_symlink(kIdText, dir());
+  EXPECT_THAT(GetParam().build(*report), Refuses("Path is not within report directory"));
+  const std::vector<LogLine> lines = log_.take();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), errorLine("Path: " + (dir() / GetParam().below).string() +
+                                    ", is not within report directory: " + dir().string()));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, ReportPathBuilders, testing::ValuesIn(builders()),
