@@ -59,6 +59,14 @@ TEST_F(ScratchDirectory, HoldsAllNamesAndEachIsAnother) {
   EXPECT_EQ(first->getPath()->parent_path(), second->getPath()->parent_path());
 }
 
+TEST_F(ScratchDirectory, IsMadeWithAllThatIsMissingAboveIt) {
+  fs::remove_all(root_);
+  EXPECT_TRUE(make()->isValid());
+  EXPECT_TRUE(fs::is_directory(tmpDirectory()));
+  EXPECT_THAT(namesIn(dir()), ElementsAre("tmp"));
+  EXPECT_THAT(log_.take(), IsEmpty());
+}
+
 TEST_F(ScratchDirectory, StaysWhenItsFilesAreGone) {
   make();
   EXPECT_TRUE(fs::is_directory(tmpDirectory()));

@@ -191,6 +191,15 @@ TEST_F(TemporaryFile, ALinkInItsPlaceIsRemovedAndWhatItNamesStays) {
   EXPECT_EQ(readFile(directory_ / "named"), "kept");
 }
 
+TEST_F(TemporaryFile, ALinkToNothingInItsPlaceStays) {
+  ReportTemporaryFile file = make();
+  const fs::path path = file.getPath().value();
+  fs::create_symlink(directory_ / "missing", path);
+  file.cleanup();
+  EXPECT_FALSE(file.isValid());
+  EXPECT_TRUE(fs::is_symlink(path)) << "by what it leads to, there is nothing to remove";
+}
+
 TEST_F(TemporaryFile, BelowSomethingThatIsNoDirectoryDoesNotExist) {
   writeFile(directory_ / "file", "kept");
   ReportTemporaryFile file(directory_ / "file");
