@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <filesystem>
 #include <memory>
@@ -80,6 +81,21 @@ TEST_F(RepositoryList, HoldsAllReportsInTheOrderOfTheDirectory) {
   EXPECT_THAT(log_.take(), IsEmpty());
   EXPECT_EQ(treeOf(root_), before);
   EXPECT_THAT(descriptorsBelow(root_), IsEmpty());
+}
+
+TEST_F(RepositoryList, HoldsEachReportOpenNoLongerThanItTakesToFindOut) {
+  constexpr std::size_t kReports = 5;
+  for (std::size_t i = 0; i < kReports; ++i) {
+    ASSERT_NE(repository_.createReport(1, 2, 3, "device", "session"), nullptr);
+  }
+  FlockSpy spy;
+  std::vector<std::size_t> open;
+  spy.beforeEach([&](int operation) {
+    if (operation != LOCK_UN) open.push_back(descriptorsBelow(root_).size());
+  });
+  EXPECT_EQ(repository_.getAllReportUuids().size(), kReports);
+  // The root, which is being read, and the lock file of the report that is being opened.
+  EXPECT_EQ(open, std::vector<std::size_t>(kReports, 2));
 }
 
 TEST_F(RepositoryList, LeavesOutWhatIsNoReport) {
