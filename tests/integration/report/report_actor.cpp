@@ -15,11 +15,13 @@
 #include <chrono>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -46,6 +48,11 @@ std::string startSleeper() {
     ::_exit(127);
   }
   return std::to_string(pid);
+}
+
+/** All arguments that are left. */
+std::vector<std::string> remaining(Arguments& arguments) {
+  return {std::istream_iterator<std::string>(arguments), {}};
 }
 
 class ReportActor {
@@ -109,6 +116,11 @@ class ReportActor {
       {"describe",
        [this](Arguments& a) { return answer(report_->setDescription(next<std::string>(a))); }},
       {"description", [this](Arguments&) { return report_->getDescription().value_or("none"); }},
+      {"set-pid", [this](Arguments& a) { return answer(report_->setPID(next<int>(a))); }},
+      {"set-process-name",
+       [this](Arguments& a) { return answer(report_->setProcessName(next<std::string>(a))); }},
+      {"set-libraries",
+       [this](Arguments& a) { return answer(report_->setLoadedLibraries(remaining(a))); }},
       {"mark-creation", [this](Arguments&) { return answer(report_->markCreationComplete()); }},
       {"mark-interaction",
        [this](Arguments&) { return answer(report_->markUserInteractionComplete()); }},

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace KELP::Diagnostic {
 namespace {
@@ -40,6 +42,24 @@ TEST_F(SharedReport, ShowsEachChangeOfAnotherProcessAtOnce) {
   ASSERT_EQ(actor_.ask("mark-creation"), "ok");
   EXPECT_TRUE(report_->isCreationComplete());
   EXPECT_TRUE(report_->canCollectData());
+  EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(SharedReport, ShowsEachChangeOfWhatProducedItAtOnce) {
+  using Libraries = std::vector<std::string>;
+  EXPECT_EQ(report_->getPID(), std::nullopt);
+  EXPECT_EQ(report_->getProcessName(), std::nullopt);
+  EXPECT_EQ(report_->getLoadedLibraries(), std::nullopt);
+  ASSERT_EQ(actor_.ask("write-lock"), "ok");
+  for (const int pid : {1, 2}) {
+    const std::string number = std::to_string(pid);
+    ASSERT_EQ(actor_.ask("set-pid " + number), "ok");
+    EXPECT_EQ(report_->getPID(), pid);
+    ASSERT_EQ(actor_.ask("set-process-name name" + number), "ok");
+    EXPECT_EQ(report_->getProcessName(), "name" + number);
+    ASSERT_EQ(actor_.ask("set-libraries liba.so lib" + number + ".so"), "ok");
+    EXPECT_EQ(report_->getLoadedLibraries(), (Libraries{"liba.so", "lib" + number + ".so"}));
+  }
   EXPECT_THAT(log_.take(), IsEmpty());
 }
 
