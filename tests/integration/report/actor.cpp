@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace KELP::Test {
 namespace {
@@ -42,9 +43,16 @@ bool isPending(pid_t pid, int signal) {
   return (mask >> (signal - 1) & 1U) != 0;
 }
 
+std::vector<std::string> startedBy(std::vector<std::string> starter,
+                                   const std::vector<std::string>& command) {
+  starter.insert(starter.end(), command.begin(), command.end());
+  return starter;
+}
+
 }  // namespace
 
-Actor::Actor(const std::filesystem::path& root) : process_({KELP_REPORT_ACTOR, root.string()}) {}
+Actor::Actor(const std::filesystem::path& root, std::vector<std::string> starter)
+    : process_(startedBy(std::move(starter), {KELP_REPORT_ACTOR, root.string()})) {}
 
 std::string Actor::ask(const std::string& command) {
   tell(command);

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace KELP::Test {
 
@@ -11,8 +12,9 @@ namespace KELP::Test {
  *  commands are those of report_actor.cpp. */
 class Actor {
  public:
-  /** Starts it on the root directory of all reports. */
-  explicit Actor(const std::filesystem::path& root);
+  /** Starts it on the root directory of all reports, by the command @p starter if there is one:
+   *  pid() is then that one's. */
+  explicit Actor(const std::filesystem::path& root, std::vector<std::string> starter = {});
 
   /** Tells it @p command, and returns its answer; throws when there is none. */
   std::string ask(const std::string& command);
