@@ -22,4 +22,35 @@ expect_no_match("the library's dynamic section" "${dynamic}" "\\(NEEDED\\)[^\n]*
 
 run_client("${SCRATCH}/reports" "${build}/client")
 
+# What the library asks of the device's stores: how one is opened, and each
+# stage in its order, up to the first that decides.
+set(creation "get report_creation_complete")
+set(interaction "${creation}, get user_interaction_complete")
+set(collection "${interaction}, get data_collection_complete")
+set(policy "${collection}, get data_policy_applied")
+set(upload "${policy}, get upload_complete")
+set(collect "${creation}, get data_collection_complete")
+run(questions "${build}/questions" "${SCRATCH}/questions")
+expect_equal("what the library asks of its stores" "${questions}" "\
+create: open metadata with 28
+collect after 0 no: ${creation}
+apply after 0 no: ${creation}
+upload after 0 no: ${creation}
+collect after 1 yes: ${collect}
+apply after 1 no: ${interaction}
+upload after 1 no: ${interaction}
+collect after 2 yes: ${collect}
+apply after 2 no: ${collection}
+upload after 2 no: ${collection}
+collect after 3 no: ${collect}
+apply after 3 yes: ${policy}
+upload after 3 no: ${policy}
+collect after 4 no: ${collect}
+apply after 4 no: ${policy}
+upload after 4 yes: ${upload}
+collect after 5 no: ${collect}
+apply after 5 no: ${policy}
+upload after 5 no: ${upload}
+")
+
 file(REMOVE_RECURSE "${SCRATCH}")

@@ -1,6 +1,8 @@
 // A device's own store behind the library's header: all stores live in the process's memory, by
 // path. An empty file stands for each, since a report is recognised by its files.
 
+#include "questions.h"
+
 #include <os/keyvaluestore.h>
 
 #include <filesystem>
@@ -9,6 +11,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
+
+std::vector<std::string> Device::questions;
 
 namespace KELP::OS {
 namespace {
@@ -26,12 +31,18 @@ class KeyValueStore::Impl {
  public:
   explicit Impl(const std::string& path) : entries(entriesOf(path)) {}
 
+  [[nodiscard]] std::optional<std::string> find(const std::string& key) const {
+    const auto found = entries.find(key);
+    return found == entries.end() ? std::nullopt : std::optional(found->second);
+  }
+
   Entries& entries;
 };
 
 KeyValueStore::KeyValueStore() = default;
 
-KeyValueStore::KeyValueStore(const std::string& path, std::string /*name*/, Options options) {
+KeyValueStore::KeyValueStore(const std::string& path, std::string name, Options options) {
+  Device::questions.push_back("open " + name + " with " + std::to_string(options.value()));
   if (options.test(KVStoreOpenOption::CreateIfMissing)) {
     std::ofstream(path, std::ios::app).flush();
   }
@@ -43,34 +54,30 @@ KeyValueStore::KeyValueStore(const std::string& path, std::string /*name*/, Opti
 KeyValueStore::~KeyValueStore() = default;
 
 std::optional<std::string> KeyValueStore::get(const std::string& key) {
-  if (!isReady()) {
-    return std::nullopt;
-  }
-  const auto found = impl_->entries.find(key);
-  return found == impl_->entries.end() ? std::nullopt : std::optional(found->second);
+  Device::questions.push_back("get " + key);
+  return impl_ ? impl_->find(key) : std::nullopt;
 }
 
 bool KeyValueStore::set(const std::string& key, const std::string& value) {
-  if (!isReady()) {
-    return false;
+  if (impl_) {
+    impl_->entries[key] = value;
   }
-  impl_->entries[key] = value;
-  return true;
+  return impl_ != nullptr;
 }
 
 bool KeyValueStore::remove(const std::string& key) {
-  if (!isReady()) {
-    return false;
+  if (impl_) {
+    impl_->entries.erase(key);
   }
-  impl_->entries.erase(key);
-  return true;
+  return impl_ != nullptr;
 }
 
 bool KeyValueStore::sync() {
-  return isReady();
+  return impl_ != nullptr;
 }
 
 bool KeyValueStore::isReady() {
+  Device::questions.emplace_back("ready");
   return impl_ != nullptr;
 }
 
