@@ -22,7 +22,7 @@ expect_no_match("the library's dynamic section" "${dynamic}" "\\(NEEDED\\)[^\n]*
 
 run_client("${SCRATCH}/reports" "${build}/client")
 
-# What the library asks of the device's stores: how one is opened, and each
+# What the library asks of the device's stores: how they are opened and whether they are ready, and each
 # stage in its order, up to the first that decides.
 set(creation "get report_creation_complete")
 set(interaction "${creation}, get user_interaction_complete")
@@ -33,6 +33,8 @@ set(collect "${creation}, get data_collection_complete")
 run(questions "${build}/questions" "${SCRATCH}/questions")
 expect_equal("what the library asks of its stores" "${questions}" "\
 create: open metadata with 28
+open: open metadata with 28, ready, get report_id
+Failed to initialize metadata kv store for report: open metadata with 28, ready
 collect after 0 no: ${creation}
 apply after 0 no: ${creation}
 upload after 0 no: ${creation}

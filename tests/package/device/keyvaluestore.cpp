@@ -14,6 +14,7 @@
 #include <vector>
 
 std::vector<std::string> Device::questions;
+bool Device::storesAreReady = true;
 
 namespace KELP::OS {
 namespace {
@@ -78,7 +79,7 @@ bool KeyValueStore::sync() {
 
 bool KeyValueStore::isReady() {
   Device::questions.emplace_back("ready");
-  return impl_ != nullptr;
+  return impl_ != nullptr && Device::storesAreReady;
 }
 
 }  // namespace KELP::OS

@@ -27,6 +27,14 @@ void tell(const std::string& situation) {
   std::puts("");
 }
 
+void openInVain(const DiagnosticData& repository, const DiagnosticReport& report) {
+  Device::storesAreReady = false;
+  DiagnosticReport opened;
+  const auto result = opened._open(repository.getRootPath(), report.getId());
+  Device::storesAreReady = true;
+  tell(result ? "opened though it is not ready" : result.error().message);
+}
+
 /** Asks for the stages with as many of them done, in the order in which they are to be done. */
 void askForStages(const DiagnosticReport& report, int done) {
   constexpr const char* kStages[] = {"report_creation_complete", "user_interaction_complete",
@@ -58,6 +66,11 @@ int main(int argc, char** argv) {
     return 1;
   }
   tell("create");
+  if (repository.openReport(report->getId()) == nullptr) {
+    return 1;
+  }
+  tell("open");
+  openInVain(repository, *report);
   for (int done = 0; done <= 5; ++done) {
     askForStages(*report, done);
   }
