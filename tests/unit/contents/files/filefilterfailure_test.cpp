@@ -256,7 +256,7 @@ TEST_F(FileFilterFailure, AFilterThatPurgesItsScratchFileLeavesTheStoredFile) {
   EXPECT_EQ(readFile(storedFile()), "content");
 }
 
-TEST_F(FileFilterFailure, AFilterThatRemovesTheVariationDoesNotBringItBackUnderItsName) {
+TEST_F(FileFilterFailure, AFilterThatRemovesThePropertyDoesNotBringItBack) {
   EXPECT_THAT(filter([&](std::ifstream& input, std::ofstream& output) {
                 EXPECT_THAT(report().removeReportFileProperty(kProperty), Succeeds());
                 return writeInstead(input, output);
