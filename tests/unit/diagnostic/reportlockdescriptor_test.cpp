@@ -49,30 +49,27 @@ class ReportLockOfDescriptorZero : public ReportTest {
     EXPECT_THAT(report.touch(), Succeeds());
   }
 
+  /** Expects the same of @p report, and that its end releases and closes the lock. */
+  void expectLetsGo(ReportPtr report) {
+    ASSERT_NE(report, nullptr);
+    expectLocks(*report);
+    FlockSpy spy;
+    report.reset();
+    EXPECT_THAT(spy.take(), ElementsAre(LOCK_UN));
+    EXPECT_THAT(descriptorsBelow(root_), IsEmpty());
+    EXPECT_THAT(log_.take(), IsEmpty());
+  }
+
   const ClosedStandardInput closed_;
 };
 
 TEST_F(ReportLockOfDescriptorZero, IsReleasedAndClosedAfterCreation) {
-  ReportPtr report = create();
-  ASSERT_NE(report, nullptr);
-  expectLocks(*report);
-  FlockSpy spy;
-  report.reset();
-  EXPECT_THAT(spy.take(), ElementsAre(LOCK_UN));
-  EXPECT_THAT(descriptorsBelow(root_), IsEmpty());
-  EXPECT_THAT(log_.take(), IsEmpty());
+  expectLetsGo(create());
 }
 
 TEST_F(ReportLockOfDescriptorZero, IsReleasedAndClosedAfterOpening) {
   createAndClose();
-  ReportPtr report = open();
-  ASSERT_NE(report, nullptr);
-  expectLocks(*report);
-  FlockSpy spy;
-  report.reset();
-  EXPECT_THAT(spy.take(), ElementsAre(LOCK_UN));
-  EXPECT_THAT(descriptorsBelow(root_), IsEmpty());
-  EXPECT_THAT(log_.take(), IsEmpty());
+  expectLetsGo(open());
 }
 
 TEST_F(ReportLockOfDescriptorZero, IsClosedByDeletion) {
