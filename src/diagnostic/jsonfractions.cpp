@@ -71,11 +71,7 @@ std::size_t endOfComment(const std::string& text, std::size_t at) {
 
 }  // namespace
 
-bool readsFractionsRight() {
-  return std::use_facet<std::numpunct<char>>(std::locale()).decimal_point() == '.';
-}
-
-JsonFractions::JsonFractions(std::string& text) {
+JsonFractions::JsonFractions(const std::string& text) : text_(text) {
   for (std::size_t at = 0; at < text.size();) {
     if (text[at] == '"') {
       at = endOfString(text, at);
@@ -85,23 +81,35 @@ JsonFractions::JsonFractions(std::string& text) {
       ++at;
     } else {
       const std::size_t end = endOfNumber(text, at);
-      std::string token = text.substr(at, end - at);
-      if (token.find_first_of(".eE") != std::string::npos) {
-        if (const std::optional<double> number = numberOf(token)) {
-          numbers_[static_cast<std::ptrdiff_t>(at)] = *number;
-          replaceByZero(token);
-        } else {
-          std::ranges::replace(token, '.', 'e');  // No part of it is a number in any locale then.
-        }
-        text.replace(at, token.size(), token);
+      if (text.find_first_of(".eE", at) < end) {
+        take(at, text.substr(at, end - at));
       }
       at = end;
     }
   }
 }
 
+void JsonFractions::take(std::size_t at, std::string token) {
+  if (const std::optional<double> number = numberOf(token)) {
+    // The reader counts from behind a byte-order mark.
+    const std::size_t begin = text_.starts_with("\xef\xbb\xbf") ? 3 : 0;
+    numbers_[static_cast<std::ptrdiff_t>(at - begin)] = *number;
+    replaceByZero(token);
+  } else {
+    areNumbers_ = false;
+    std::ranges::replace(token, '.', 'e');  // No part of it is a number in any locale then.
+  }
+  if (!integers_) {
+    integers_ = text_;
+  }
+  integers_->replace(at, token.size(), token);
+}
+
 void JsonFractions::putInto(Json::Value& root) const {
-  std::vector<Json::Value*> values{&root};
+  std::vector<Json::Value*> values;
+  if (!numbers_.empty()) {
+    values.push_back(&root);
+  }
   while (!values.empty()) {
     Json::Value& value = *values.back();
     values.pop_back();

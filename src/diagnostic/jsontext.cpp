@@ -47,7 +47,8 @@ class NumbersWithPoint {
   locale_t before_;
 };
 
-/** Parses @p text into @p root. @return what is wrong with it; empty when it was parsed. */
+/** Parses @p text, with fractions as the locale has them, into @p root. @return what is wrong with
+ * it; empty when it was parsed. */
 std::optional<std::string> parseByLocale(const std::string& text, Json::Value& root) try {
   const std::unique_ptr<Json::CharReader> reader(readers().newCharReader());
   std::string errors;
@@ -61,14 +62,16 @@ std::optional<std::string> parseByLocale(const std::string& text, Json::Value& r
   return tooDeep.what();
 }
 
-/** The same, in whatever locale. */
+/** The same with fractions as JSON has them. */
 std::optional<std::string> parse(const std::string& text, Json::Value& root) {
-  if (readsFractionsRight()) {
-    return parseByLocale(text, root);
+  const JsonFractions fractions(text);
+  if (!fractions.areNumbers()) {
+    // The reader finds the words for it, unless the locale makes a number of a part of it.
+    if (std::optional<std::string> errors = parseByLocale(text, root)) {
+      return errors;
+    }
   }
-  std::string integers = text;
-  const JsonFractions fractions(integers);
-  std::optional<std::string> errors = parseByLocale(integers, root);
+  std::optional<std::string> errors = parseByLocale(fractions.integers(), root);
   fractions.putInto(root);
   return errors;
 }

@@ -21,7 +21,6 @@ namespace {
 using Test::CaseName;
 using Test::MemoryStore;
 using Test::NamedCase;
-using Test::property;
 using Test::Types;
 using Strings = std::vector<std::string>;
 using Contents = std::vector<DiagnosticReportContentProperties>;
@@ -62,29 +61,37 @@ TEST_P(ContentsLength, HasALimit) {
   expectRefused(GetParam());
 }
 
+/** A list with one property, whose @p place the text is put into. No copy is made: it is long. */
+Contents listWith(std::string text, std::string& (*place)(DiagnosticReportContentProperties&)) {
+  Contents contents(1);
+  contents[0].property_type = Types::STRING;
+  contents[0].variations.resize(1);
+  place(contents[0]) = std::move(text);
+  return contents;
+}
+
+Place<Contents> placeIn(const std::string& name,
+                        std::string& (*place)(DiagnosticReportContentProperties&)) {
+  return {{name}, [place](std::string text) { return listWith(std::move(text), place); }};
+}
+
 INSTANTIATE_TEST_SUITE_P(
     All, ContentsLength,
-    testing::Values(
-        Place<Contents>{
-            {"Name"},
-            [](std::string text) { return Contents{property(std::move(text), Types::STRING)}; }},
-        Place<Contents>{{"MediaType"},
-                        [](std::string text) {
-                          return Contents{property("p", Types::FILE, {}, {}, std::move(text))};
-                        }},
-        Place<Contents>{
-            {"Tag"},
-            [](std::string text) { return Contents{property("p", Types::FILE, {}, {text})}; }},
-        Place<Contents>{{"Path"},
-                        [](std::string text) {
-                          return Contents{property("p", Types::FILE,
-                                                   {Test::fileVariation(std::move(text), 1)})};
-                        }},
-        Place<Contents>{{"Value"},
-                        [](std::string text) {
-                          return Contents{property("p", Types::STRING,
-                                                   {Test::stringVariation(std::move(text), 1)})};
-                        }}),
+    testing::Values(placeIn("Name", [](auto& one) -> std::string& { return one.stable_id; }),
+                    placeIn("MediaType", [](auto& one) -> std::string& { return one.media_type; }),
+                    placeIn("Value",
+                            [](auto& one) -> std::string& { return one.variations[0].string; }),
+                    placeIn("Path",
+                            [](auto& one) -> std::string& {
+                              one.property_type = Types::FILE;
+                              return one.variations[0].relative_path;
+                            }),
+                    Place<Contents>{{"Tag"},
+                                    [](std::string text) {
+                                      Contents contents(1);
+                                      contents[0].tags.insert(std::move(text));
+                                      return contents;
+                                    }}),
     CaseName());
 
 }  // namespace

@@ -140,6 +140,8 @@ TEST_P(LocaleOfReading, LeavesWhatOnlyLooksLikeANumberAsItIs) {
                             "'1.5'"}) {
     expectReadAsEver(textWith(value));
   }
+  expectReadAsEver("\xef\xbb\xbf" + textWith("12.75"));
+  expectReadAsEver("\xef\xbb\xbf\xef\xbb\xbf" + textWith("12.75"));
   expectReadAsEver("1.5");
   expectReadAsEver("[1.5");
   expectReadAsEver(std::string("[1.5]\0[2.5", 10));
