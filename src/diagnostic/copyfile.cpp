@@ -68,22 +68,34 @@ bool pump(int from, int to, off_t done, std::optional<off_t> size) {
   return true;
 }
 
+/** How much there is to copy; empty for a file that the system makes while it is read, as in /proc:
+ * such a file has no size. */
+std::optional<off_t> sizeOf(const Source& source) {
+  struct stat now = source.status;
+  char first = 0;
+  if (now.st_size == 0 &&
+      OS::retryOnSignal([&] { return ::pread(source.file.get(), &first, 1, 0); }) > 0 &&
+      ::fstat(source.file.get(), &now) == 0 && now.st_size == 0) {
+    return std::nullopt;
+  }
+  return now.st_size;  // It may have grown just now.
+}
+
 /** Fills the empty file @p to. What fails after a part was copied is an input/output error. */
 std::error_code fill(const Source& source, FileDescriptor& to) {
   if (::fchmod(to.get(), source.status.st_mode & 07777) != 0) {
     return lastError();
   }
-  // Files that the system makes while they are read, as in /proc, have no size.
-  const off_t size = source.status.st_size;
+  const std::optional<off_t> size = sizeOf(source);
   off_t done = 0;
   ssize_t count = 1;
-  while (done < size && count > 0) {
-    count = ::sendfile(to.get(), source.file.get(), &done, static_cast<std::size_t>(size - done));
+  while (size && done < *size && count > 0) {
+    count = ::sendfile(to.get(), source.file.get(), &done, static_cast<std::size_t>(*size - done));
   }
   if (count < 0 && done == 0 && errno != EINVAL && errno != ENOSYS && errno != EINTR) {
     return lastError();
   }
-  if (!pump(source.file.get(), to.get(), done, size == 0 ? std::nullopt : std::optional(size))) {
+  if (!pump(source.file.get(), to.get(), done, size)) {
     return std::make_error_code(std::errc::io_error);
   }
   return to.close() ? std::error_code() : lastError();
