@@ -104,7 +104,8 @@ class KELP_EXPORT KeyValueStore {
   virtual bool remove(const std::string& key);
 
   /**
-   * Makes every change so far durable, whoever made it.
+   * Makes every change so far durable, whoever made it; and the name of the file, unless another
+   * store made the file in a directory that may not be read here.
    *
    * @return true when it is; false when the store is not ready or the system could not do it.
    */

@@ -87,6 +87,16 @@ TEST_F(StorePermission, ADirectoryThatCannotBeWrittenHoldsNoNewStore) {
   EXPECT_EQ(entriesOf(directory().path()), std::vector<std::string>{"metadata.db"});
 }
 
+// Its name in there is the affair of who made it.
+TEST_F(StorePermission, ADirectoryThatCannotBeReadStillLetsChangesBeSynced) {
+  fs::permissions(file(), kAllRead | kAllWrite);
+  fs::permissions(directory().path(), fs::perms::owner_all | kAllSearch);
+  ASSERT_TRUE(actor().open(file(), 14));
+  EXPECT_TRUE(actor().set("report_id", 2, 10));
+  EXPECT_EQ(actor().ask("sync"), "true");
+  EXPECT_EQ(open().get("report_id"), patternValue(2, 10));
+}
+
 TEST_F(StorePermission, ADirectoryThatCannotBeWrittenStillLetsAStoreBeChanged) {
   fs::permissions(file(), kAllRead | kAllWrite);
   fs::permissions(directory().path(), kAllRead | kAllSearch);

@@ -135,11 +135,18 @@ TEST_F(StoreSyncCalls, ThoseThatAreAskedForSyncTheNameOfAFileThatAnotherMade) {
     EXPECT_TRUE(actor().set("key", 1, 100));
   });
   during("again", [&] { EXPECT_TRUE(actor().set("key", 2, 100)); });
+  during("third", [&] {
+    EXPECT_EQ(actor().ask("close"), "closed");
+    EXPECT_TRUE(actor().open(file(), kReportOptions));
+    EXPECT_TRUE(actor().set("key", 3, 100));
+    EXPECT_EQ(actor().ask("close"), "closed");
+  });
   const Calls calls = traced().finish();
   const std::string parent = directory().path().string();
   EXPECT_TRUE(syncsDirectory(callsOf(calls, "first"), parent));
   EXPECT_TRUE(syncsDirectory(callsOf(calls, "second"), parent));
   EXPECT_FALSE(syncsDirectory(callsOf(calls, "again"), parent));
+  EXPECT_FALSE(syncsDirectory(callsOf(calls, "third"), parent)) << "its maker does, when closing";
 }
 
 TEST_F(StoreSyncCalls, ACompactionSyncsTheNewFileBeforeItTakesTheOldOnesPlace) {
