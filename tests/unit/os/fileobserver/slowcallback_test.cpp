@@ -16,7 +16,8 @@ class FileObserverSlowCallback : public FileObserverTest {
   FileObserverSlowCallback() {
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> kernelHolds_;
     for (int number = 0; number < 100; ++number) {
-      files_.push_back(std::to_string(number));
+      // Long names, so that a moment's events are more than one read takes.
+      files_.push_back(std::string(240, 'n') + std::to_string(number));
       touch(directory_ / files_.back());
     }
   }
