@@ -842,8 +842,8 @@ class KELP_EXPORT DiagnosticReport {
    *         error of getReportFileVariationPath(); "Temporary file to filter does not exist" when
    *         the stored file is gone (line: "Temporary file (%s) to filter does not exist"); or,
    *         without a line, "Filter aborted without error condition" when the filter returned
-   *         false. The temporary file has the mode of the stored one, and may be read and written by
-   *         its owner.
+   *         false. The temporary file has the mode of the stored one, and may be read and written
+   * by its owner.
    * @throws std::bad_function_call for an empty filter.
    * @throws std::filesystem::filesystem_error when the stored file cannot be examined. No temporary
    *         file stays then, nor when the filter throws, whose exception reaches the caller.

@@ -5,6 +5,7 @@
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KELP::Diagnostic {
@@ -81,8 +82,9 @@ JsonFractions::JsonFractions(const std::string& text) : text_(text) {
       ++at;
     } else {
       const std::size_t end = endOfNumber(text, at);
-      if (text.find_first_of(".eE", at) < end) {
-        take(at, text.substr(at, end - at));
+      std::string token = text.substr(at, end - at);
+      if (token.find_first_of(".eE") != std::string::npos) {
+        take(at, std::move(token));
       }
       at = end;
     }
