@@ -27,6 +27,10 @@ bool isOneOf(const std::string& text, std::size_t at, std::string_view character
   return at < text.size() && characters.find(text[at]) != std::string_view::npos;
 }
 
+bool beginsNumber(char c) {
+  return (c >= '0' && c <= '9') || c == '-' || c == '+';
+}
+
 /** The end of the token that a sign or a digit at @p at begins. */
 std::size_t endOfNumber(const std::string& text, std::size_t at) {
   at = skipDigits(text, at + 1);
@@ -49,12 +53,14 @@ void replaceByZero(std::string& token) {
 
 /** The end of the string that the quote at @p at begins. */
 std::size_t endOfString(const std::string& text, std::size_t at) {
-  for (++at; at < text.size() && text[at] != '"'; ++at) {
-    if (text[at] == '\\') {
-      ++at;
+  for (std::size_t quote = text.find('"', at + 1); quote != std::string::npos;
+       quote = text.find('"', quote + 1)) {
+    const std::size_t before = text.find_last_not_of('\\', quote - 1);
+    if ((quote - before) % 2 == 1) {
+      return quote + 1;  // Behind none, or behind pairs, of backslashes.
     }
   }
-  return std::min(at + 1, text.size());
+  return text.size();
 }
 
 /** The end of the comment that may begin at @p at, which the reader allows; behind @p at when none
@@ -78,7 +84,7 @@ JsonFractions::JsonFractions(const std::string& text) : text_(text) {
       at = endOfString(text, at);
     } else if (text[at] == '/') {
       at = endOfComment(text, at);
-    } else if (!isOneOf(text, at, "+-0123456789")) {
+    } else if (!beginsNumber(text[at])) {
       ++at;
     } else {
       const std::size_t end = endOfNumber(text, at);
