@@ -65,14 +65,15 @@ std::optional<std::string> parseByLocale(const std::string& text, Json::Value& r
 /** The same with fractions as JSON has them. */
 std::optional<std::string> parse(const std::string& text, Json::Value& root) {
   const JsonFractions fractions(text);
-  if (!fractions.areNumbers()) {
-    // The reader finds the words for it, unless the locale makes a number of a part of it.
-    if (std::optional<std::string> errors = parseByLocale(text, root)) {
-      return errors;
-    }
-  }
   std::optional<std::string> errors = parseByLocale(fractions.integers(), root);
-  fractions.putInto(root);
+  if (!errors) {
+    fractions.putInto(root);
+  } else if (!fractions.areNumbers()) {
+    // The reader has better words for the text itself, unless the locale has it read a part of one.
+    Json::Value ignored;
+    std::optional<std::string> words = parseByLocale(text, ignored);
+    return words ? words : errors;
+  }
   return errors;
 }
 

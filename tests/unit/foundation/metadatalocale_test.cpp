@@ -143,6 +143,7 @@ TEST_P(LocaleOfReading, LeavesWhatOnlyLooksLikeANumberAsItIs) {
   expectReadAsEver("\xef\xbb\xbf" + textWith("12.75"));
   expectReadAsEver("\xef\xbb\xbf\xef\xbb\xbf" + textWith("12.75"));
   expectReadAsEver("1.5");
+  expectReadAsEver("[9.]+.,8.,");
   expectReadAsEver("[1.5");
   expectReadAsEver(std::string("[1.5]\0[2.5", 10));
 }
