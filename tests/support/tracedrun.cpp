@@ -2,50 +2,16 @@
 
 #include "support/childprocess.h"
 #include "support/sanitizers.h"
+#include "support/startedby.h"
 #include "support/strace.h"
-#include "support/temporarydirectory.h"
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <map>
-#include <sstream>
 #include <stdexcept>
 
 namespace KELP::Test {
 namespace {
-
-/** A line of a trace: who called what. */
-struct TraceLine {
-  std::string process;
-  std::string call;
-
-  explicit TraceLine(const std::string& text) {
-    std::istringstream words(text);
-    words >> process >> std::ws;
-    std::getline(words, call);
-  }
-
-  /** The name of the call that begins here; empty for a line about something else. */
-  [[nodiscard]] std::string name() const {
-    const std::string name = call.substr(0, call.find('('));
-    const bool isName =
-        name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_") == std::string::npos;
-    return isName && name.size() < call.size() ? name : "";
-  }
-  [[nodiscard]] bool says(const std::string& word) const {
-    return call.starts_with("write(1, \"" + word + "\\n\"");
-  }
-};
-
-std::vector<TraceLine> readTrace(const std::filesystem::path& file) {
-  std::istringstream text(readFile(file));
-  std::vector<TraceLine> lines;
-  for (std::string line; std::getline(text, line);) {
-    lines.emplace_back(line);
-  }
-  return lines;
-}
 
 /** The process, or thread, that says @p word. */
 std::string whoSays(const std::vector<TraceLine>& lines, const std::string& word) {
@@ -99,12 +65,7 @@ std::string TracedRun::lastWordsWhenKilledAt(const CountedCall& call) const {
 }
 
 std::vector<std::string> TracedRun::traced(const std::vector<std::string>& options) const {
-  // A leak checker is a tracer itself, and a process has room for one.
-  std::vector<std::string> all{kStrace, "-f", "-E", "ASAN_OPTIONS=detect_leaks=0"};
-  all.insert(all.end(), options.begin(), options.end());
-  all.emplace_back("--");
-  all.insert(all.end(), command_.begin(), command_.end());
-  return all;
+  return startedBy(tracer(options), command_);
 }
 
 }  // namespace KELP::Test

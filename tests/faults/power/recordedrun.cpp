@@ -2,6 +2,7 @@
 
 #include "support/childprocess.h"
 #include "support/sanitizers.h"
+#include "support/startedby.h"
 
 #include <stdexcept>
 
@@ -15,19 +16,17 @@ std::string whyNoRecorder() {
              : "";
 }
 
-RecordedRun::RecordedRun(const PowerRun& run, const std::vector<std::string>& tracer)
+RecordedRun::RecordedRun(const PowerRun& run, const std::vector<std::string>& starter)
     : world_{fs::canonical(directory_.path()) / "world"} {
   fs::create_directory(world_.top);
   run.prepare(world_);
   before_ = FileTree::readFrom(world_.top);
 
   const fs::path record = directory_ / "record";
-  std::vector<std::string> command = tracer;
-  command.insert(command.end(),
-                 {"/usr/bin/env", std::string("LD_PRELOAD=") + POWER_RECORDER,
-                  "KELP_POWER_BASE=" + world_.top.string(), "KELP_POWER_RECORD=" + record.string(),
-                  POWER_ACTOR, run.name, world_.top.string()});
-  ChildProcess actor(command);
+  ChildProcess actor(startedBy(
+      starter, {"/usr/bin/env", std::string("LD_PRELOAD=") + POWER_RECORDER,
+                "KELP_POWER_BASE=" + world_.top.string(), "KELP_POWER_RECORD=" + record.string(),
+                POWER_ACTOR, run.name, world_.top.string()}));
   while (actor.receive()) {
   }
   if (actor.wait() != 0) throw std::runtime_error("the run failed");

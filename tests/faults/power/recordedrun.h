@@ -17,9 +17,9 @@ namespace KELP::Test {
 /** A run that another process has done under the recorder. */
 class RecordedRun {
  public:
-  /** Prepares the world and does the run in it. @param tracer a command that runs another one, and
-   * how. Throws when the run fails. */
-  explicit RecordedRun(const PowerRun& run, const std::vector<std::string>& tracer = {});
+  /** Prepares the world and does the run in it. @param starter a command that runs another
+   * one. Throws when the run fails. */
+  explicit RecordedRun(const PowerRun& run, const std::vector<std::string>& starter = {});
 
   [[nodiscard]] const World& world() const { return world_; }
   /** What was there before. */

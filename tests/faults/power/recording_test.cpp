@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -27,16 +26,12 @@ const std::set<std::string>& harmlessCalls() {
 
 /** The name of a call that changed something below @p base, as one line of a trace says; or
  * nothing. */
-std::string changingCall(const std::string& line, const std::string& base) {
-  const std::size_t start = line.find_first_not_of("0123456789 ");
-  const std::size_t end = line.find('(');
-  if (start == std::string::npos || end == std::string::npos || end < start) return "";
-  const std::string name = line.substr(start, end - start);
-  const bool failed = line.find(" = -1 ") != std::string::npos;
-  const bool opensOnly = name == "openat" && line.find("O_CREAT") == std::string::npos &&
-                         line.find("O_TRUNC") == std::string::npos;
-  return line.find(base) == std::string::npos || failed || opensOnly ||
-                 harmlessCalls().contains(name) || line.find("(deleted)") != std::string::npos
+std::string changingCall(const TraceLine& line, const std::string& base) {
+  const auto has = [&](const char* text) { return line.call.find(text) != std::string::npos; };
+  const std::string name = line.name();
+  const bool opensOnly = name == "openat" && !has("O_CREAT") && !has("O_TRUNC");
+  return !has(base.c_str()) || has(" = -1 ") || opensOnly || harmlessCalls().contains(name) ||
+                 has("(deleted)")
              ? ""
              : name;
 }
@@ -48,16 +43,14 @@ TEST_P(Recorder, WritesDownAllThatChangesFiles) {
   if (const std::string why = whyNoStrace(); !why.empty()) GTEST_SKIP() << why;
   const TemporaryDirectory directory;
   const std::string traceFile = directory / "trace";
-  const RecordedRun run(GetParam(), {kStrace, "-f", "-y", "-s", "0", "-o", traceFile, "--"});
+  const RecordedRun run(GetParam(), tracer({"-y", "-s", "0", "-o", traceFile}));
 
   std::vector<std::string> recorded;
   for (const RecordedCall& call : run.calls()) {
     if (call.effect != "say") recorded.push_back(call.call);
   }
   std::vector<std::string> traced;
-  std::istringstream trace(readFile(traceFile));
-  for (std::string line; std::getline(trace, line);) {
-    if (line.find("execve(") != std::string::npos) continue;
+  for (const TraceLine& line : readTrace(traceFile)) {
     const std::string call = changingCall(line, run.world().top);
     if (!call.empty()) traced.push_back(call);
   }

@@ -1,13 +1,13 @@
 #include "faults/soak/session.h"
 
 #include "faults/soak/doom.h"
+#include "support/descriptors.h"
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
 #include <system_error>
 
 namespace KELP::Test::Soak {
@@ -31,8 +31,7 @@ bool isToldSomething() {
 }
 
 std::size_t descriptorCount() {
-  const fs::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all))) - 1;  // Without the listing.
+  return descriptorsOf("self").size();
 }
 
 std::string lastLine(LogCapture& log) {

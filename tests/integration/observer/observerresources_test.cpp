@@ -3,6 +3,7 @@
 #include "integration/observer/observerfixture.h"
 #include "integration/observer/producer.h"
 #include "support/childprocess.h"
+#include "support/descriptors.h"
 #include "support/threadcount.h"
 #include "support/waituntil.h"
 
@@ -12,18 +13,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 namespace KELP::Diagnostic {
 namespace {
 
-namespace fs = std::filesystem;
 using namespace KELP::Test;
 using testing::Contains;
 using testing::Each;
@@ -33,10 +31,8 @@ using testing::Not;
 /** What the process has open, without the descriptor that lists it. */
 std::vector<std::string> openFiles() {
   std::vector<std::string> files;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    const std::string target = fs::read_symlink(entry.path(), gone);
-    if (!gone && !target.ends_with("/fd")) files.push_back(target);
+  for (const auto& [descriptor, target] : descriptorsOf("self")) {
+    files.push_back(target);
   }
   std::ranges::sort(files);
   return files;

@@ -1,5 +1,6 @@
 #include "integration/report/actor.h"
 
+#include "support/startedby.h"
 #include "support/temporarydirectory.h"
 
 #include <signal.h>
@@ -41,12 +42,6 @@ bool isPending(pid_t pid, int signal) {
   }
   const auto mask = std::stoull(status.substr(at + label.size()), nullptr, 16);
   return (mask >> (signal - 1) & 1U) != 0;
-}
-
-std::vector<std::string> startedBy(std::vector<std::string> starter,
-                                   const std::vector<std::string>& command) {
-  starter.insert(starter.end(), command.begin(), command.end());
-  return starter;
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,32 +25,21 @@ class DeletionCalls : public ReportTest {
 
   /** The command that writes down, with the paths, which files a process unlocks, closes and
    *  removes. */
-  [[nodiscard]] std::vector<std::string> tracer() const {
-    // A leak checker is a tracer itself, and a process has room for one.
-    return {kStrace,
-            "-f",
-            "-y",
-            "-o",
-            trace_,
-            "-e",
-            "trace=flock,close,unlinkat",
-            "-E",
-            "ASAN_OPTIONS=detect_leaks=0",
-            "--"};
+  [[nodiscard]] std::vector<std::string> starter() const {
+    return tracer({"-y", "-o", trace_, "-e", "trace=flock,close,unlinkat"});
   }
 
   /** What was done to the report's lock file and metadata, oldest first, as "close lock". */
   [[nodiscard]] std::vector<std::string> callsOnFiles() const {
-    std::istringstream trace(readFile(trace_));
     std::vector<std::string> calls;
-    for (std::string line; std::getline(trace, line);) {
-      const std::string call = line.substr(line.find_first_not_of("0123456789 "));
-      const std::string name = call.substr(0, call.find('('));
-      for (const char* file : {"lock", "metadata.db"}) {
-        const bool meansIt = call.find("<" + (dir() / file).string() + ">") != std::string::npos ||
-                             call.find(std::string("\"") + file + "\"") != std::string::npos;
-        if (meansIt && (name != "flock" || call.find("LOCK_UN") != std::string::npos)) {
-          calls.push_back(name + ' ' + file);
+    for (const TraceLine& line : readTrace(trace_)) {
+      const auto has = [&](const std::string& text) {
+        return line.call.find(text) != std::string::npos;
+      };
+      for (const std::string file : {"lock", "metadata.db"}) {
+        const bool meansIt = has("<" + (dir() / file).string() + ">") || has('"' + file + '"');
+        if (meansIt && (line.name() != "flock" || has("LOCK_UN"))) {
+          calls.push_back(line.name() + ' ' + file);
         }
       }
     }
@@ -63,7 +51,7 @@ class DeletionCalls : public ReportTest {
 
 TEST_F(DeletionCalls, UnlockAndCloseTheLockAndThenTheStoreBeforeAnyRemoval) {
   createAndClose();
-  Actor actor(root_, tracer());
+  Actor actor(root_, starter());
   ASSERT_EQ(actor.ask(std::string("open ") + kIdText), "ok");
   ASSERT_EQ(actor.ask("write-lock"), "ok");
   ASSERT_EQ(actor.ask("delete"), "ok");

@@ -1,16 +1,13 @@
 #include "integration/store/actor.h"
 
+#include "support/startedby.h"
+
+#include <utility>
+
 namespace KELP::Test {
-namespace {
 
-std::vector<std::string> commandOf(std::vector<std::string> wrapper) {
-  wrapper.emplace_back(STORE_ACTOR);
-  return wrapper;
-}
-
-}  // namespace
-
-Actor::Actor(std::vector<std::string> wrapper) : process_(commandOf(std::move(wrapper))) {}
+Actor::Actor(std::vector<std::string> starter)
+    : process_(startedBy(std::move(starter), {STORE_ACTOR})) {}
 
 std::string Actor::ask(const std::string& command) {
   tell(command);

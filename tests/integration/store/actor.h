@@ -12,8 +12,8 @@ namespace KELP::Test {
 /** Another process that uses a store on command; storeactor.cpp lists the commands. */
 class Actor {
  public:
-  /** Starts the process, by @p wrapper if that is not empty. */
-  explicit Actor(std::vector<std::string> wrapper = {});
+  /** Starts the process, by the command @p starter if there is one. */
+  explicit Actor(std::vector<std::string> starter = {});
 
   /** Sends a command and returns its answer, or "(no answer)". */
   std::string ask(const std::string& command);

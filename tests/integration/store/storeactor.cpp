@@ -1,26 +1,32 @@
-// A process beside the tests' own: it reads commands, one a line, and answers each with one line.
+// A process beside the tests' own: it reads commands, one a line, and answers each with one line,
+// which is "true" or "false" where nothing else is said.
 //
-//   open FILE OPTIONS      "true" when the store is ready
-//   close                  closes the store; "closed"
-//   get KEY                the value in short, as describeValue() tells it
-//   set KEY SEED SIZE      sets patternValue(SEED, SIZE); "true" or "false"
-//   remove KEY             "true" or "false"
-//   sync, isReady          "true" or "false"
-//   churn FIRST            makes the changes churnStep(FIRST), ... without end and tells each
-//   number write WRITER COUNT     sets its own key and a shared one COUNT times, reading back;
-//   "done" read WRITERS COUNT     reads what the writers write until all are through; "done" echo
-//   TEXT              TEXT user ID                goes on as that user, "0" for back to root;
-//   "true" or "false" fileLimit BYTES        no file may grow over that size ("-1": any size);
-//   "true" or "false" descriptorLimit MORE   that many descriptors more may be opened ("-1": any
-//   number) interrupt MICROSECONDS a signal interrupts it every so often descriptors what its
-//   descriptors from 3 on lead to spawn, reap            starts a program that waits, ends it;
-//   "true"
+//   open FILE OPTIONS         whether the store is ready
+//   close                     closes the store; "closed"
+//   get KEY                   the value in short, as describeValue() tells it
+//   set KEY SEED SIZE         sets patternValue(SEED, SIZE)
+//   remove KEY
+//   sync
+//   isReady
+//   churn FIRST               makes the changes churnStep(FIRST), ... without end and tells each
+//                             number
+//   write WRITER COUNT        sets its own key and a shared one COUNT times, reading back; "done"
+//   read WRITERS COUNT        reads what the writers write until all are through; "done"
+//   echo TEXT                 TEXT
+//   user ID                   goes on as that user, "0" for back to root
+//   fileLimit BYTES           no file may grow over that size; "-1" for any size
+//   descriptorLimit MORE      that many more descriptors may be opened; "-1" for any number
+//   interrupt MICROSECONDS    a signal interrupts it every so often
+//   descriptors               what its descriptors from 3 on lead to
+//   spawn                     starts a program that waits
+//   reap                      ends that program
 //
 // Anything that goes wrong otherwise ends it with status 1 and a message.
 
 #include "integration/arguments.h"
 #include "integration/store/churn.h"
 #include "support/childprocess.h"
+#include "support/descriptors.h"
 #include "unit/os/storefixture.h"
 
 #include <grp.h>
@@ -242,11 +248,9 @@ class Actor {
 
   std::string descriptors(std::istream&) {
     std::string all;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-      std::error_code gone;
-      const auto target = std::filesystem::read_symlink(entry.path(), gone);
-      if (!gone && std::stoi(entry.path().filename()) > 2) {
-        all += target.string() + ' ';
+    for (const auto& [descriptor, target] : KELP::Test::descriptorsOf("self")) {
+      if (descriptor > 2) {
+        all += target + ' ';
       }
     }
     return all;

@@ -3,15 +3,11 @@
 #include "support/strace.h"
 
 #include <algorithm>
-#include <sstream>
 
 namespace KELP::Test {
 
 TracedActor::TracedActor(const std::string& calls) {
-  // A leak checker is a tracer itself, and a process has room for one.
-  actor_.emplace(std::vector<std::string>{
-      kStrace, "-f", "-s", "200", "-o", (directory_ / "trace").string(), "-e",
-      "trace=write," + calls, "-E", "ASAN_OPTIONS=detect_leaks=0", "--"});
+  actor_.emplace(tracer({"-s", "200", "-o", directory_ / "trace", "-e", "trace=write," + calls}));
 }
 
 void TracedActor::mark(const std::string& name) {
@@ -21,11 +17,9 @@ void TracedActor::mark(const std::string& name) {
 std::vector<std::string> TracedActor::finish() {
   actor_->process().closeInput();
   EXPECT_EQ(actor_->process().wait(), 0);
-  std::istringstream trace(readFile(directory_ / "trace"));
   std::vector<std::string> calls;
-  for (std::string line; std::getline(trace, line);) {
-    const auto call = line.find_first_not_of("0123456789 ");
-    if (call != std::string::npos) calls.push_back(line.substr(call));
+  for (const TraceLine& line : readTrace(directory_ / "trace")) {
+    calls.push_back(line.call);
   }
   return calls;
 }

@@ -1,6 +1,7 @@
 // 10,000 reports: reading them is quick, shows how far it has come, and can be ended.
 
 #include "support/childprocess.h"
+#include "support/descriptors.h"
 #include "tools/reading/readingfixture.h"
 
 #include <diagnostic/diagnosticreport.h>
@@ -11,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -107,14 +109,9 @@ TEST_F(ManyReports, EndCleanlyWhenNobodyReadsOn) {
 
 /** Whether the process has a report's store open. */
 bool isReading(pid_t process) {
-  std::error_code ignored;
-  const fs::path directory = "/proc/" + std::to_string(process) + "/fd";
-  for (fs::directory_iterator at(directory, ignored), end; at != end; at.increment(ignored)) {
-    if (fs::read_symlink(at->path(), ignored).filename() == "metadata.db") {
-      return true;
-    }
-  }
-  return false;
+  const auto open = descriptorsOf(std::to_string(process));
+  return std::ranges::any_of(open,
+                             [](const auto& one) { return one.second.ends_with("/metadata.db"); });
 }
 
 /** Waits until @p isSo of the process; false when it takes too long. */

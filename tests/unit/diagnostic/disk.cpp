@@ -1,9 +1,9 @@
 #include "unit/diagnostic/disk.h"
 
+#include "support/descriptors.h"
 #include "support/temporarydirectory.h"
 
 #include <algorithm>
-#include <system_error>
 
 namespace KELP::Test {
 namespace {
@@ -23,19 +23,6 @@ std::string describe(const fs::path& path) {
     default:
       return "other";
   }
-}
-
-/** The number and the target of each descriptor of a process. */
-std::map<int, std::string> descriptorsOf(const std::string& process) {
-  std::map<int, std::string> targets;
-  for (const auto& entry : fs::directory_iterator("/proc/" + process + "/fd")) {
-    std::error_code gone;
-    const fs::path target = fs::read_symlink(entry.path(), gone);
-    if (!gone) {
-      targets[std::stoi(entry.path().filename())] = target.string();
-    }
-  }
-  return targets;
 }
 
 bool isAtOrBelow(const std::string& path, const fs::path& top) {

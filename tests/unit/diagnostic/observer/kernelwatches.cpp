@@ -1,5 +1,6 @@
 #include "unit/diagnostic/observer/kernelwatches.h"
 
+#include "support/descriptors.h"
 #include "support/threadcount.h"
 #include "support/waituntil.h"
 
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -52,10 +52,9 @@ std::ostream& operator<<(std::ostream& out, const KernelWatch& watch) {
 
 std::vector<std::vector<KernelWatch>> inotifyInstances() {
   std::vector<std::vector<KernelWatch>> instances;
-  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    if (fs::read_symlink(entry.path(), gone) == "anon_inode:inotify") {
-      instances.push_back(watchesIn("/proc/self/fdinfo" / entry.path().filename()));
+  for (const auto& [descriptor, target] : descriptorsOf("self")) {
+    if (target == "anon_inode:inotify") {
+      instances.push_back(watchesIn("/proc/self/fdinfo/" + std::to_string(descriptor)));
     }
   }
   return instances;
@@ -82,9 +81,7 @@ std::ostream& operator<<(std::ostream& out, const Resources& resources) {
 }
 
 Resources resourcesNow() {
-  const auto descriptors =
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  return {static_cast<std::size_t>(descriptors), threadCount()};
+  return {descriptorsOf("self").size(), threadCount()};
 }
 
 Resources resourcesAfterReturnTo(const Resources& before) {

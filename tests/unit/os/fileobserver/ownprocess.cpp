@@ -1,5 +1,6 @@
 #include "unit/os/fileobserver/ownprocess.h"
 
+#include "support/descriptors.h"
 #include "unit/os/fileobserver/observertest.h"
 
 #include <sys/ioctl.h>
@@ -13,15 +14,7 @@
 namespace KELP::Test {
 
 std::map<int, std::string> descriptors() {
-  std::map<int, std::string> open;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code isClosed;
-    const auto target = std::filesystem::read_symlink(entry.path(), isClosed);
-    if (!isClosed && target.filename() != "fd") {  // That is how the list itself is read.
-      open.emplace(std::stoi(entry.path().filename()), target);
-    }
-  }
-  return open;
+  return descriptorsOf("self");
 }
 
 std::map<int, std::string> descriptorsSince(const std::map<int, std::string>& before) {
