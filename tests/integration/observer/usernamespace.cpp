@@ -1,6 +1,7 @@
 #include "integration/observer/usernamespace.h"
 
 #include "support/childprocess.h"
+#include "support/startedby.h"
 #include "support/temporarydirectory.h"
 
 #include <gtest/gtest.h>
@@ -25,9 +26,7 @@ std::string currentTest() {
 
 /** The command in a new namespace. A program that has threads already cannot go there itself. */
 std::vector<std::string> unshared(const std::vector<std::string>& command) {
-  std::vector<std::string> all{"/usr/bin/unshare", "--user", "--map-root-user"};
-  all.insert(all.end(), command.begin(), command.end());
-  return all;
+  return startedBy({"/usr/bin/unshare", "--user", "--map-root-user"}, command);
 }
 
 std::string reasonAgainst() {

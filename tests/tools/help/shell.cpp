@@ -1,6 +1,7 @@
 #include "tools/help/shell.h"
 
 #include "support/childprocess.h"
+#include "support/startedby.h"
 #include "tools/support/tool.h"
 
 #include <gtest/gtest.h>
@@ -12,10 +13,8 @@ namespace KELP::Test {
 
 std::vector<std::string> linesOfShell(const std::vector<std::string>& command) {
   const std::string folder = std::filesystem::path(toolPath()).parent_path();
-  std::vector<std::string> all{"/usr/bin/env", "LC_ALL=C.UTF-8",
-                               "PATH=" + folder + ":" + std::getenv("PATH")};
-  all.insert(all.end(), command.begin(), command.end());
-  ChildProcess shell(all);
+  ChildProcess shell(startedBy(
+      {"/usr/bin/env", "LC_ALL=C.UTF-8", "PATH=" + folder + ":" + std::getenv("PATH")}, command));
   shell.closeInput();
   std::vector<std::string> lines;
   while (auto line = shell.receive()) {

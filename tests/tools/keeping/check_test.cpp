@@ -2,6 +2,8 @@
 
 #include "damage.h"
 #include "support/childprocess.h"
+#include "support/startedby.h"
+#include "support/strace.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -197,16 +199,12 @@ TEST_F(Check, ExplainsEveryKindInItsHelp) {
 }
 
 TEST_F(Check, TakesNoLockAndOpensNothingForWriting) {
-  const std::string strace = "/usr/bin/strace";
-  if (!fs::exists(strace) || ChildProcess({strace, "-o", "/dev/null", "/bin/true"}).wait() != 0) {
-    GTEST_SKIP() << "strace is not installed, or may not trace here";
-  }
+  if (const std::string why = whyNoStrace(); !why.empty()) GTEST_SKIP() << why;
   damageAll();
   const TemporaryDirectory elsewhere;
   const fs::path trace = elsewhere / "trace";
-  ChildProcess run({strace, "-f", "-y", "-E", "ASAN_OPTIONS=detect_leaks=0", "-e",
-                    "trace=%file,%desc", "-o", trace, toolPath(), "-C", repository_.root(),
-                    "check"});
+  ChildProcess run(startedBy(tracer({"-y", "-e", "trace=%file,%desc", "-o", trace}),
+                             {toolPath(), "-C", repository_.root(), "check"}));
   ASSERT_EQ(run.wait(), 5);
   std::size_t opened = 0;
   std::istringstream lines(readFile(trace));

@@ -1,5 +1,8 @@
 // What is in the archive, and what is kept out of it.
 
+#include "support/childprocess.h"
+#include "support/startedby.h"
+#include "support/strace.h"
 #include "tools/watching/exporttest.h"
 
 #include <gmock/gmock.h>
@@ -203,10 +206,10 @@ TEST_F(ExportContentsTest, NothingIsChangedAndNoLockIsTaken) {
   const auto before = repository_.snapshot();
   const fs::path trace = work_ / "trace";
   std::vector<std::string> command = arguments("a.zip");
-  command.insert(command.begin(), {trace.native(), toolPath()});
-  static_cast<void>(
-      shell(R"(strace -f -E ASAN_OPTIONS=detect_leaks=0 -e trace=flock,fcntl,openat -o "$0" "$@")",
-            command));
+  command.insert(command.begin(), toolPath());
+  ChildProcess run(
+      startedBy(tracer({"-e", "trace=flock,fcntl,openat", "-o", trace.native()}), command));
+  EXPECT_EQ(run.wait(), 0);
   EXPECT_EQ(repository_.snapshot(), before);
   const std::string calls = readFile(trace);
   EXPECT_THAT(calls, HasSubstr("short.txt\", O_RDONLY"));

@@ -32,7 +32,7 @@ std::ptrdiff_t inheritedWithoutFile() {
 }
 
 TEST_F(FileObserverDescriptors, AreOneInstanceAndAWayToEnd) {
-  const auto before = descriptors();
+  const auto before = descriptorsOf("self");
   FileObserver observer;
   Sentinel sentinel(observer);
   ASSERT_TRUE(sentinel.pass());

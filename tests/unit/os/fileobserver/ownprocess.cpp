@@ -1,6 +1,5 @@
 #include "unit/os/fileobserver/ownprocess.h"
 
-#include "support/descriptors.h"
 #include "unit/os/fileobserver/observertest.h"
 
 #include <sys/ioctl.h>
@@ -13,13 +12,9 @@
 
 namespace KELP::Test {
 
-std::map<int, std::string> descriptors() {
-  return descriptorsOf("self");
-}
-
 std::map<int, std::string> descriptorsSince(const std::map<int, std::string>& before) {
   std::map<int, std::string> since;
-  for (const auto& one : descriptors()) {
+  for (const auto& one : descriptorsOf("self")) {
     if (!before.contains(one.first)) {
       since.insert(one);
     }
@@ -68,7 +63,8 @@ std::uint64_t blockedSignals(pid_t thread) {
 }
 
 bool Footprint::isBack() const {
-  return waitUntil([this] { return descriptors() == descriptors_ && threads() == threads_; });
+  return waitUntil(
+      [this] { return descriptorsOf("self") == descriptors_ && threads() == threads_; });
 }
 
 }  // namespace KELP::Test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/descriptors.h"
+
 #include <sys/types.h>
 
 #include <cstdint>
@@ -10,10 +12,7 @@
 /** @file What the kernel knows of the test program itself. */
 namespace KELP::Test {
 
-/** The open descriptors, and what each is open on. */
-[[nodiscard]] std::map<int, std::string> descriptors();
-
-/** Those that are open now and were not @p before. */
+/** The descriptors that are open now and were not @p before. */
 [[nodiscard]] std::map<int, std::string> descriptorsSince(const std::map<int, std::string>& before);
 
 /** The inotify instance among those that were not open @p before; throws unless there is one. */
@@ -31,7 +30,7 @@ namespace KELP::Test {
 /** What must be as it was once an observer is gone. */
 class Footprint {
  public:
-  Footprint() : descriptors_(descriptors()), threads_(threads()) {}
+  Footprint() : descriptors_(descriptorsOf("self")), threads_(threads()) {}
 
   /** Waits until all is as it was; the kernel shows a thread a little longer than it runs.
    *  @return whether it came to be so in time. */

@@ -27,7 +27,7 @@ class FileObserverSlowCallback : public FileObserverTest {
 };
 
 TEST_F(FileObserverSlowCallback, LosesNothing) {
-  const auto before = descriptors();
+  const auto before = descriptorsOf("self");
   FileObserver observer;
   const int instance = inotifyInstanceSince(before);
   Recorder recorder;
